@@ -1,0 +1,79 @@
+#include "HeadlessRender.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace ql::HeadlessRender {
+namespace {
+
+// An edit with thousands of brush strokes is a few MB; far beyond that is no edit.
+constexpr std::uintmax_t maxAdjustmentsBytes = 64u << 20;
+
+std::optional<std::string> readFile(const std::string& path, std::string& error) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const auto status = fs::status(path, ec);
+    if (ec) {
+        error = "cannot read \"" + path + "\": " + ec.message();
+        return std::nullopt;
+    }
+    if (fs::is_directory(status)) {
+        error = "\"" + path + "\" is a folder, not a file";
+        return std::nullopt;
+    }
+    if (fs::is_regular_file(status) && fs::file_size(path, ec) > maxAdjustmentsBytes) {
+        error = "\"" + path + "\" is larger than 64 MiB";
+        return std::nullopt;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        error = "cannot read \"" + path + "\": " + std::strerror(errno);
+        return std::nullopt;
+    }
+    std::string text;
+    char buffer[65536];
+    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+        text.append(buffer, static_cast<size_t>(in.gcount()));
+        if (text.size() > maxAdjustmentsBytes) {  // a pipe or device that never ends
+            error = "\"" + path + "\" is larger than 64 MiB";
+            return std::nullopt;
+        }
+    }
+    if (in.bad()) {
+        error = "cannot read \"" + path + "\"";
+        return std::nullopt;
+    }
+    return text;
+}
+
+}  // namespace
+
+std::optional<Adjustments> readAdjustments(const std::string& path, std::string& error) {
+    const auto text = readFile(path, error);
+    if (!text) return std::nullopt;
+    return Adjustments::decode(*text, &error);
+}
+
+int run(const Arguments& args, Console& console) {
+    if (args.size() < 2) {
+        console.err << "usage: Quillarium --render <input> <output> [adjustments.json]\n";
+        return exitWrongUse;
+    }
+    Adjustments adjustments;
+    if (args.size() >= 3) {
+        std::string error;
+        auto decoded = readAdjustments(args[2], error);
+        if (!decoded) {
+            console.err << "bad adjustments: " << error << "\n";
+            return exitWrongUse;
+        }
+        adjustments = std::move(*decoded);
+    }
+    console.err << "failed: opening photos (the image source) is not built yet\n";
+    return exitFailed;
+}
+
+}  // namespace ql::HeadlessRender
