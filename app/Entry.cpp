@@ -39,7 +39,9 @@ int startApplication(Console& console) {
 
 }  // namespace
 
-std::span<const Option> options() { return table; }
+std::span<const Option> options() {
+    return table;
+}
 
 std::optional<Match> match(const Arguments& argv) {
     for (const Option& option : table) {

@@ -14,7 +14,7 @@ struct Option {
     std::string_view arguments;  // positional arguments, as the usage shows them
     int mandatory;               // how many positional arguments must follow
     int (*run)(const Arguments& args, Console& console);  // null while the command is unbuilt
-    std::string_view lacks;      // what an unbuilt command is waiting for
+    std::string_view lacks;                               // what an unbuilt command is waiting for
 };
 
 /// The options in the order they are scanned; the first one present wins.

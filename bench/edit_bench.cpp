@@ -14,35 +14,40 @@ ql::Adjustments fullRecord() {
 
 void BM_DecodeDefault(benchmark::State& state) {
     const std::string text = ql::Adjustments::defaults().encode();
-    for (auto _ : state) benchmark::DoNotOptimize(ql::Adjustments::decode(text));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ql::Adjustments::decode(text));
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
 }
 BENCHMARK(BM_DecodeDefault);
 
 void BM_DecodeFull(benchmark::State& state) {
     const std::string text = fullRecord().encode();
-    for (auto _ : state) benchmark::DoNotOptimize(ql::Adjustments::decode(text));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ql::Adjustments::decode(text));
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
 }
 BENCHMARK(BM_DecodeFull);
 
 void BM_EncodeFull(benchmark::State& state) {
     const ql::Adjustments a = fullRecord();
-    for (auto _ : state) benchmark::DoNotOptimize(a.encode());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(a.encode());
 }
 BENCHMARK(BM_EncodeFull);
 
 void BM_ChangesFull(benchmark::State& state) {
     const ql::Adjustments a = fullRecord();
     const ql::Adjustments& old = ql::Adjustments::defaults();
-    for (auto _ : state) benchmark::DoNotOptimize(a.changes(old, ql::AppLanguage::vi));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(a.changes(old, ql::AppLanguage::vi));
 }
 BENCHMARK(BM_ChangesFull);
 
 void BM_Equality(benchmark::State& state) {
     const ql::Adjustments a = fullRecord();
     const ql::Adjustments b = a;
-    for (auto _ : state) benchmark::DoNotOptimize(a == b);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(a == b);
 }
 BENCHMARK(BM_Equality);
 

@@ -89,7 +89,8 @@ std::string layersItem(const std::vector<MaskLayer>& now, const std::vector<Mask
                        AppLanguage language) {
     if (now.size() > before.size()) {
         std::vector<std::string> names;
-        for (size_t i = before.size(); i < now.size(); ++i) names.push_back(now[i].name);
+        for (size_t i = before.size(); i < now.size(); ++i)
+            names.push_back(now[i].name);
         return localized("Thêm lớp: ", language) + joined(names, ", ");
     }
     if (now.size() < before.size()) return localized("Bỏ lớp", language);
@@ -121,8 +122,12 @@ std::string Adjustments::changes(const Adjustments& old, AppLanguage language) c
                                     signedNumber(difference, row.decimals, language));
                 break;
             }
-            case ChangeRow::anyOf: items.push_back(localized(row.label, language)); break;
-            case ChangeRow::layers: items.push_back(layersItem(layers, old.layers, language)); break;
+            case ChangeRow::anyOf:
+                items.push_back(localized(row.label, language));
+                break;
+            case ChangeRow::layers:
+                items.push_back(layersItem(layers, old.layers, language));
+                break;
             case ChangeRow::style: {
                 std::string item = localized(row.label, language);
                 if (style) item += ": " + localized(enumLabel(*style), language);

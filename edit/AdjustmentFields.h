@@ -18,11 +18,11 @@ struct SliderRange {
 };
 
 struct AdjustmentField {
-    std::string_view key;    // JSON key, equal to the field's name
-    std::string_view label;  // Vietnamese, a localisation key
-    std::optional<SliderRange> range;   // plain numbers only
-    std::optional<SettingsGroup> group; // none: the field never travels to another photo
-    bool cube = false;                  // the colour cube depends on it
+    std::string_view key;                // JSON key, equal to the field's name
+    std::string_view label;              // Vietnamese, a localisation key
+    std::optional<SliderRange> range;    // plain numbers only
+    std::optional<SettingsGroup> group;  // none: the field never travels to another photo
+    bool cube = false;                   // the colour cube depends on it
 
     // Type-erased access, generated from the member pointer.
     bool (*read)(const Json& value, Adjustments& into) = nullptr;  // false: keeps the default

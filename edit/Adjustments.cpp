@@ -84,7 +84,8 @@ std::optional<Adjustments> Adjustments::decode(std::string_view text, std::strin
 
 OrderedJson Adjustments::toJson() const {
     OrderedJson object = OrderedJson::object();
-    for (const auto& f : adjustmentFields()) f.write(*this, f.key, object);
+    for (const auto& f : adjustmentFields())
+        f.write(*this, f.key, object);
     return object;
 }
 

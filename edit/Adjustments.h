@@ -69,7 +69,7 @@ struct Adjustments {
     bool flipHorizontal = false;
     double perspectiveVertical = 0;
     double perspectiveHorizontal = 0;
-    double rotation = 0;          // degrees
+    double rotation = 0;           // degrees
     std::optional<CropRect> crop;  // absent: no crop
     CropAspect cropAspect = CropAspect::original;
     ColorProfile profile = ColorProfile::camera;

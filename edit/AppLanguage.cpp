@@ -23,7 +23,8 @@ const StringsCatalog& englishCatalog() {
         }
         const QByteArray text = file.readAll();
         std::string error;
-        auto parsed = StringsCatalog::parse(std::string_view(text.constData(), text.size()), &error);
+        auto parsed =
+            StringsCatalog::parse(std::string_view(text.constData(), text.size()), &error);
         if (!parsed) {
             std::fprintf(stderr, "quillarium: the English string catalogue is damaged (%s)\n",
                          error.c_str());
@@ -44,9 +45,13 @@ std::optional<AppLanguage> named(const std::string& text) {
 
 namespace language {
 
-AppLanguage current() { return currentLanguage.load(std::memory_order_relaxed); }
+AppLanguage current() {
+    return currentLanguage.load(std::memory_order_relaxed);
+}
 
-void set(AppLanguage language) { currentLanguage.store(language, std::memory_order_relaxed); }
+void set(AppLanguage language) {
+    currentLanguage.store(language, std::memory_order_relaxed);
+}
 
 AppLanguage choose(const std::optional<std::string>& setting,
                    const std::function<std::optional<std::string>(const char*)>& environment) {
@@ -82,6 +87,8 @@ std::string localized(std::string_view key, AppLanguage language) {
     return std::string(key);
 }
 
-std::string localized(std::string_view key) { return localized(key, language::current()); }
+std::string localized(std::string_view key) {
+    return localized(key, language::current());
+}
 
 }  // namespace ql

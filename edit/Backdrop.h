@@ -29,30 +29,22 @@ struct Backdrop {
     double offsetY = 0;
     double scale = 1;  // 1 = as shot
     bool flip = false;
-    double shadow = 0;  // 0…100
+    double shadow = 0;              // 0…100
     double backgroundExposure = 0;  // EV
 
     bool operator==(const Backdrop&) const = default;
     static auto fields() {
         using B = Backdrop;
-        return std::tuple{field("on", &B::on),
-                          field("subject", &B::subject),
-                          field("kind", &B::kind),
-                          field("red", &B::red),
-                          field("green", &B::green),
-                          field("blue", &B::blue),
-                          field("blur", &B::blur),
-                          field("imagePath", &B::imagePath),
-                          field("toggled", &B::toggled),
-                          field("whole", &B::whole),
-                          field("edge", &B::edge),
-                          field("feather", &B::feather),
-                          field("offsetX", &B::offsetX),
-                          field("offsetY", &B::offsetY),
-                          field("scale", &B::scale),
-                          field("flip", &B::flip),
-                          field("shadow", &B::shadow),
-                          field("backgroundExposure", &B::backgroundExposure)};
+        return std::tuple{
+            field("on", &B::on),           field("subject", &B::subject),
+            field("kind", &B::kind),       field("red", &B::red),
+            field("green", &B::green),     field("blue", &B::blue),
+            field("blur", &B::blur),       field("imagePath", &B::imagePath),
+            field("toggled", &B::toggled), field("whole", &B::whole),
+            field("edge", &B::edge),       field("feather", &B::feather),
+            field("offsetX", &B::offsetX), field("offsetY", &B::offsetY),
+            field("scale", &B::scale),     field("flip", &B::flip),
+            field("shadow", &B::shadow),   field("backgroundExposure", &B::backgroundExposure)};
     }
 };
 
@@ -64,8 +56,7 @@ struct EnumNames<Backdrop::Subject> {
 
 template <>
 struct EnumNames<Backdrop::Kind> {
-    static constexpr std::array<std::string_view, 4> names{"transparent", "color", "blur",
-                                                           "image"};
+    static constexpr std::array<std::string_view, 4> names{"transparent", "color", "blur", "image"};
     static constexpr std::array<std::string_view, 4> labels{"Trong suốt", "Màu trơn",
                                                             "Nền cũ làm mờ", "Ảnh nền"};
 };

@@ -27,9 +27,9 @@ struct BrushStroke {
 
     bool operator==(const BrushStroke&) const = default;
     static auto fields() {
-        return std::tuple{field("points", &BrushStroke::points),
-                          field("radius", &BrushStroke::radius), field("erase", &BrushStroke::erase),
-                          field("source", &BrushStroke::source)};
+        return std::tuple{
+            field("points", &BrushStroke::points), field("radius", &BrushStroke::radius),
+            field("erase", &BrushStroke::erase), field("source", &BrushStroke::source)};
     }
 };
 

@@ -20,8 +20,8 @@
 
 namespace ql {
 
-using Json = nlohmann::json;                // what decoders read
-using OrderedJson = nlohmann::ordered_json; // what encoders write: keys in declared order
+using Json = nlohmann::json;                 // what decoders read
+using OrderedJson = nlohmann::ordered_json;  // what encoders write: keys in declared order
 
 /// A named member of a record. `required` members make the whole record invalid when they fail.
 template <class R, class T>
@@ -42,14 +42,18 @@ constexpr Field<R, T> requiredField(std::string_view key, T R::*member) {
 
 /// A record lists its members once, in declared order: `static auto fields()` returns a tuple.
 template <class T>
-concept Record = requires { T::fields(); };
+concept Record = requires {
+    T::fields();
+};
 
 /// Enumerations stored by case name: specialise EnumNames with `names`, an array in case order.
 template <class E>
 struct EnumNames;
 
 template <class E>
-concept NamedEnum = std::is_enum_v<E> && requires { EnumNames<E>::names; };
+concept NamedEnum = std::is_enum_v<E> && requires {
+    EnumNames<E>::names;
+};
 
 template <NamedEnum E>
 constexpr std::string_view enumName(E e) {
@@ -66,7 +70,9 @@ constexpr std::optional<E> enumFromName(std::string_view name) {
 
 /// The Vietnamese label of a case, where the enumeration has labels; a localisation key.
 template <NamedEnum E>
-    requires requires { EnumNames<E>::labels; }
+requires requires {
+    EnumNames<E>::labels;
+}
 constexpr std::string_view enumLabel(E e) {
     return EnumNames<E>::labels[static_cast<size_t>(e)];
 }
@@ -74,7 +80,8 @@ constexpr std::string_view enumLabel(E e) {
 template <NamedEnum E>
 constexpr auto allCases() {
     std::array<E, EnumNames<E>::names.size()> cases{};
-    for (size_t i = 0; i < cases.size(); ++i) cases[i] = static_cast<E>(i);
+    for (size_t i = 0; i < cases.size(); ++i)
+        cases[i] = static_cast<E>(i);
     return cases;
 }
 
@@ -186,7 +193,8 @@ struct Codec<std::array<T, N>> {
     }
     static OrderedJson write(const std::array<T, N>& v) {
         OrderedJson a = OrderedJson::array();
-        for (const auto& x : v) a.push_back(Codec<T>::write(x));
+        for (const auto& x : v)
+            a.push_back(Codec<T>::write(x));
         return a;
     }
 };
@@ -211,7 +219,8 @@ struct Codec<std::vector<T>> {
     }
     static OrderedJson write(const std::vector<T>& v) {
         OrderedJson a = OrderedJson::array();
-        for (const auto& x : v) a.push_back(Codec<T>::write(x));
+        for (const auto& x : v)
+            a.push_back(Codec<T>::write(x));
         return a;
     }
 };
@@ -248,8 +257,8 @@ struct Codec<R> {
         bool valid = true;
         std::apply(
             [&](const auto&... f) {
-                ((valid = (readKey(j, f.key, record.*(f.member), f.required) || !f.required) &&
-                          valid),
+                ((valid =
+                      (readKey(j, f.key, record.*(f.member), f.required) || !f.required) && valid),
                  ...);
             },
             R::fields());

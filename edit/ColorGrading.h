@@ -9,8 +9,8 @@ enum class ColorBand { red, orange, yellow, green, aqua, blue, purple, magenta }
 
 template <>
 struct EnumNames<ColorBand> {
-    static constexpr std::array<std::string_view, 8> names{
-        "red", "orange", "yellow", "green", "aqua", "blue", "purple", "magenta"};
+    static constexpr std::array<std::string_view, 8> names{"red",  "orange", "yellow", "green",
+                                                           "aqua", "blue",   "purple", "magenta"};
     static constexpr std::array<std::string_view, 8> labels{
         "Đỏ", "Cam", "Vàng", "Lục", "Xanh ngọc", "Xanh dương", "Tím", "Đỏ tía"};
 };

@@ -4,17 +4,28 @@ namespace ql {
 
 std::optional<double> ratio(CropAspect aspect, double original) {
     switch (aspect) {
-        case CropAspect::free: return std::nullopt;
-        case CropAspect::original: return original;
-        case CropAspect::square: return 1.0;
-        case CropAspect::r4x5: return 0.8;
-        case CropAspect::r5x4: return 1.25;
-        case CropAspect::r2x3: return 2.0 / 3.0;
-        case CropAspect::r3x2: return 1.5;
-        case CropAspect::r3x4: return 0.75;
-        case CropAspect::r4x3: return 4.0 / 3.0;
-        case CropAspect::r9x16: return 0.5625;
-        case CropAspect::r16x9: return 16.0 / 9.0;
+        case CropAspect::free:
+            return std::nullopt;
+        case CropAspect::original:
+            return original;
+        case CropAspect::square:
+            return 1.0;
+        case CropAspect::r4x5:
+            return 0.8;
+        case CropAspect::r5x4:
+            return 1.25;
+        case CropAspect::r2x3:
+            return 2.0 / 3.0;
+        case CropAspect::r3x2:
+            return 1.5;
+        case CropAspect::r3x4:
+            return 0.75;
+        case CropAspect::r4x3:
+            return 4.0 / 3.0;
+        case CropAspect::r9x16:
+            return 0.5625;
+        case CropAspect::r16x9:
+            return 16.0 / 9.0;
     }
     return std::nullopt;
 }

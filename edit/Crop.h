@@ -28,12 +28,12 @@ enum class CropAspect { free, original, square, r4x5, r5x4, r2x3, r3x2, r3x4, r4
 
 template <>
 struct EnumNames<CropAspect> {
-    static constexpr std::array<std::string_view, 11> names{
-        "free", "original", "square", "r4x5", "r5x4", "r2x3", "r3x2", "r3x4", "r4x3", "r9x16",
-        "r16x9"};
+    static constexpr std::array<std::string_view, 11> names{"free", "original", "square", "r4x5",
+                                                            "r5x4", "r2x3",     "r3x2",   "r3x4",
+                                                            "r4x3", "r9x16",    "r16x9"};
     static constexpr std::array<std::string_view, 11> labels{
-        "Tự do",        "Như ảnh gốc", "1 : 1", "4 : 5 (dọc)",  "5 : 4", "2 : 3 (dọc)",
-        "3 : 2",        "3 : 4 (dọc)", "4 : 3", "9 : 16 (dọc)", "16 : 9"};
+        "Tự do", "Như ảnh gốc", "1 : 1", "4 : 5 (dọc)",  "5 : 4", "2 : 3 (dọc)",
+        "3 : 2", "3 : 4 (dọc)", "4 : 3", "9 : 16 (dọc)", "16 : 9"};
 };
 
 /// Width over height: absent for `free`, the picture's own ratio for `original`.

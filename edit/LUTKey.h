@@ -8,7 +8,7 @@ namespace ql {
 /// Holds the cube's fields of an edit (those marked in the field table); every other field stays
 /// at its default, so plain equality compares exactly the cube's inputs.
 class LUTKey {
-public:
+  public:
     explicit LUTKey(const Adjustments& adjustments);
 
     /// True when the key equals the one taken from the neutral record.
@@ -17,7 +17,7 @@ public:
 
     bool operator==(const LUTKey&) const = default;
 
-private:
+  private:
     Adjustments values_;
 };
 

@@ -24,12 +24,12 @@ struct LensFix {
     bool operator==(const LensFix&) const = default;
     static auto fields() {
         using F = LensFix;
-        return std::tuple{field("profile", &F::profile),       field("purple", &F::purple),
-                          field("green", &F::green),           field("purpleLo", &F::purpleLo),
-                          field("purpleHi", &F::purpleHi),     field("greenLo", &F::greenLo),
-                          field("greenHi", &F::greenHi),       field("distortion", &F::distortion),
-                          field("vignette", &F::vignette),     field("vignetteMid", &F::vignetteMid),
-                          field("caRed", &F::caRed),           field("caBlue", &F::caBlue)};
+        return std::tuple{field("profile", &F::profile),   field("purple", &F::purple),
+                          field("green", &F::green),       field("purpleLo", &F::purpleLo),
+                          field("purpleHi", &F::purpleHi), field("greenLo", &F::greenLo),
+                          field("greenHi", &F::greenHi),   field("distortion", &F::distortion),
+                          field("vignette", &F::vignette), field("vignetteMid", &F::vignetteMid),
+                          field("caRed", &F::caRed),       field("caBlue", &F::caBlue)};
     }
 };
 

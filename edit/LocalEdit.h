@@ -25,7 +25,8 @@ struct LocalEdit {
                           field("saturation", &LocalEdit::saturation),
                           field("clarity", &LocalEdit::clarity),
                           field("highlights", &LocalEdit::highlights),
-                          field("shadows", &LocalEdit::shadows), field("tint", &LocalEdit::tint)};
+                          field("shadows", &LocalEdit::shadows),
+                          field("tint", &LocalEdit::tint)};
     }
 };
 

@@ -35,11 +35,16 @@ struct MaskLayer {
 
     bool operator==(const MaskLayer&) const = default;
     static auto fields() {
-        return std::tuple{requiredField("id", &MaskLayer::id), field("kind", &MaskLayer::kind),
-                          field("name", &MaskLayer::name), field("visible", &MaskLayer::visible),
-                          field("invert", &MaskLayer::invert), field("edit", &MaskLayer::edit),
-                          field("a", &MaskLayer::a), field("b", &MaskLayer::b),
-                          field("size", &MaskLayer::size), field("feather", &MaskLayer::feather),
+        return std::tuple{requiredField("id", &MaskLayer::id),
+                          field("kind", &MaskLayer::kind),
+                          field("name", &MaskLayer::name),
+                          field("visible", &MaskLayer::visible),
+                          field("invert", &MaskLayer::invert),
+                          field("edit", &MaskLayer::edit),
+                          field("a", &MaskLayer::a),
+                          field("b", &MaskLayer::b),
+                          field("size", &MaskLayer::size),
+                          field("feather", &MaskLayer::feather),
                           field("strokes", &MaskLayer::strokes),
                           field("brightFrom", &MaskLayer::brightFrom),
                           field("followEdges", &MaskLayer::followEdges)};

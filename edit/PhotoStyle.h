@@ -28,7 +28,9 @@ struct EnumNames<PhotoStyle> {
         "Đen trắng tương phản; hợp chân dung, khoảnh khắc"};
 };
 
-inline std::string_view name(PhotoStyle s) { return enumLabel(s); }
+inline std::string_view name(PhotoStyle s) {
+    return enumLabel(s);
+}
 inline std::string_view blurb(PhotoStyle s) {
     return EnumNames<PhotoStyle>::blurbs[static_cast<size_t>(s)];
 }

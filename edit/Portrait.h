@@ -18,10 +18,9 @@ struct FaceRetouch {
 
     bool operator==(const FaceRetouch&) const = default;
     static auto fields() {
-        return std::tuple{field("blemishes", &FaceRetouch::blemishes),
-                          field("eyes", &FaceRetouch::eyes),
-                          field("underEyes", &FaceRetouch::underEyes),
-                          field("teeth", &FaceRetouch::teeth)};
+        return std::tuple{
+            field("blemishes", &FaceRetouch::blemishes), field("eyes", &FaceRetouch::eyes),
+            field("underEyes", &FaceRetouch::underEyes), field("teeth", &FaceRetouch::teeth)};
     }
 };
 
@@ -40,8 +39,8 @@ struct Recolor {
 
 /// An open eye taken from a donor photo of the same person and laid over a closed one.
 struct EyeSwap {
-    int face = 0;     // index of the face in this photo
-    int from = 0;     // index of the face in the donor photo
+    int face = 0;  // index of the face in this photo
+    int from = 0;  // index of the face in the donor photo
     bool skip = false;
     double nudgeX = 0;  // fine placement, fractions of the face width
     double nudgeY = 0;

@@ -28,11 +28,12 @@ struct RestoreOld {
     bool operator==(const RestoreOld&) const = default;
     static auto fields() {
         using R = RestoreOld;
-        return std::tuple{field("amount", &R::amount),       field("scratches", &R::scratches),
-                          field("markSize", &R::markSize),   field("protectDetail", &R::protectDetail),
-                          field("yellow", &R::yellow),       field("contrast", &R::contrast),
-                          field("grain", &R::grain),         field("sharpen", &R::sharpen),
-                          field("faces", &R::faces),         field("tone", &R::tone)};
+        return std::tuple{
+            field("amount", &R::amount),     field("scratches", &R::scratches),
+            field("markSize", &R::markSize), field("protectDetail", &R::protectDetail),
+            field("yellow", &R::yellow),     field("contrast", &R::contrast),
+            field("grain", &R::grain),       field("sharpen", &R::sharpen),
+            field("faces", &R::faces),       field("tone", &R::tone)};
     }
 };
 

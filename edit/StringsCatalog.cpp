@@ -4,7 +4,7 @@ namespace ql {
 namespace {
 
 class Scanner {
-public:
+  public:
     explicit Scanner(std::string_view text) : text_(text) {}
 
     bool atEnd() {
@@ -33,16 +33,27 @@ public:
             if (pos_ >= text_.size()) break;
             const char e = text_[pos_++];
             switch (e) {
-                case 'n': out.push_back('\n'); break;
-                case 't': out.push_back('\t'); break;
-                case 'r': out.push_back('\r'); break;
-                case '"': out.push_back('"'); break;
-                case '\\': out.push_back('\\'); break;
+                case 'n':
+                    out.push_back('\n');
+                    break;
+                case 't':
+                    out.push_back('\t');
+                    break;
+                case 'r':
+                    out.push_back('\r');
+                    break;
+                case '"':
+                    out.push_back('"');
+                    break;
+                case '\\':
+                    out.push_back('\\');
+                    break;
                 case 'U':
                 case 'u':
                     if (!unicodeEscape(out)) return false;
                     break;
-                default: return fail(std::string("unknown escape \\") + e);
+                default:
+                    return fail(std::string("unknown escape \\") + e);
             }
         }
         return fail("unterminated string");
@@ -53,7 +64,7 @@ public:
     }
     const std::string& error() const { return error_; }
 
-private:
+  private:
     void skipSpaceAndComments() {
         while (pos_ < text_.size()) {
             const char c = text_[pos_];
@@ -63,7 +74,8 @@ private:
             } else if (c == ' ' || c == '\t' || c == '\r') {
                 ++pos_;
             } else if (text_.substr(pos_, 2) == "//") {
-                while (pos_ < text_.size() && text_[pos_] != '\n') ++pos_;
+                while (pos_ < text_.size() && text_[pos_] != '\n')
+                    ++pos_;
             } else if (text_.substr(pos_, 2) == "/*") {
                 const size_t end = text_.find("*/", pos_ + 2);
                 const size_t stop = end == std::string_view::npos ? text_.size() : end + 2;
@@ -83,10 +95,14 @@ private:
         for (int i = 0; i < 4; ++i) {
             const char h = text_[pos_++];
             code <<= 4;
-            if (h >= '0' && h <= '9') code |= unsigned(h - '0');
-            else if (h >= 'a' && h <= 'f') code |= unsigned(h - 'a' + 10);
-            else if (h >= 'A' && h <= 'F') code |= unsigned(h - 'A' + 10);
-            else return fail("bad \\U escape");
+            if (h >= '0' && h <= '9')
+                code |= unsigned(h - '0');
+            else if (h >= 'a' && h <= 'f')
+                code |= unsigned(h - 'a' + 10);
+            else if (h >= 'A' && h <= 'F')
+                code |= unsigned(h - 'A' + 10);
+            else
+                return fail("bad \\U escape");
         }
         if (code < 0x80) {
             out.push_back(char(code));

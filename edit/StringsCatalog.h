@@ -9,7 +9,7 @@
 namespace ql {
 
 class StringsCatalog {
-public:
+  public:
     /// Parses catalogue text: entries `"key" = "value";`, comments `/* */` and `//`, escapes
     /// \" \\ \n \t \r and \U followed by four hex digits. Returns nothing on malformed text, with
     /// a description (and the line) in `error`.
@@ -20,7 +20,7 @@ public:
     size_t size() const { return entries_.size(); }
     const std::map<std::string, std::string, std::less<>>& entries() const { return entries_; }
 
-private:
+  private:
     std::map<std::string, std::string, std::less<>> entries_;
 };
 

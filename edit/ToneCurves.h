@@ -37,10 +37,14 @@ struct ToneCurves {
 
     std::vector<CurvePoint>& operator[](CurveChannel c) {
         switch (c) {
-            case CurveChannel::red: return red;
-            case CurveChannel::green: return green;
-            case CurveChannel::blue: return blue;
-            default: return master;
+            case CurveChannel::red:
+                return red;
+            case CurveChannel::green:
+                return green;
+            case CurveChannel::blue:
+                return blue;
+            default:
+                return master;
         }
     }
     const std::vector<CurvePoint>& operator[](CurveChannel c) const {

@@ -8,7 +8,8 @@ namespace ql {
 Uuid Uuid::random() {
     const QByteArray raw = QUuid::createUuid().toRfc4122();
     Uuid id;
-    for (int i = 0; i < 16; ++i) id.bytes[i] = static_cast<std::uint8_t>(raw[i]);
+    for (int i = 0; i < 16; ++i)
+        id.bytes[i] = static_cast<std::uint8_t>(raw[i]);
     return id;
 }
 

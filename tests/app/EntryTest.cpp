@@ -25,18 +25,18 @@ Outcome run(Arguments argv) {
 }
 
 class TempFile {
-public:
+  public:
     explicit TempFile(const std::string& contents) {
-        path_ = (std::filesystem::temp_directory_path() /
-                 ("ql-entry-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++) +
-                  ".json"))
-                    .string();
+        path_ =
+            (std::filesystem::temp_directory_path() / ("ql-entry-" + std::to_string(::getpid()) +
+                                                       "-" + std::to_string(counter_++) + ".json"))
+                .string();
         std::ofstream(path_, std::ios::binary) << contents;
     }
     ~TempFile() { std::filesystem::remove(path_); }
     const std::string& path() const { return path_; }
 
-private:
+  private:
     static inline int counter_ = 0;
     std::string path_;
 };
@@ -136,17 +136,17 @@ TEST(Commands, UnbuiltCommandsNameWhatTheyLack) {
     EXPECT_EQ(advise.status, 2);
     EXPECT_EQ(advise.out + advise.err, "");
 
-    for (Arguments argv : std::vector<Arguments>{
-             {"q", "--advise", "in.jpg"},
-             {"q", "--auto", "in.raf", "out.jpg", "NoSuchStyle"},
-             {"q", "--camera-look", "a.dng", "p.jpg", "l.jpg"},
-             {"q", "--share", "a.jpg"},
-             {"q", "--faces", "ref.jpg", "99"},
-             {"q", "--cull"},
-             {"q", "--expert", "out"},
-             {"q", "--agent", "in", "out", "brief"},
-             {"q", "--download-model", "nosuch"},
-             {"q", "--horizon", "img.jpg", "3"}}) {
+    for (Arguments argv :
+         std::vector<Arguments>{{"q", "--advise", "in.jpg"},
+                                {"q", "--auto", "in.raf", "out.jpg", "NoSuchStyle"},
+                                {"q", "--camera-look", "a.dng", "p.jpg", "l.jpg"},
+                                {"q", "--share", "a.jpg"},
+                                {"q", "--faces", "ref.jpg", "99"},
+                                {"q", "--cull"},
+                                {"q", "--expert", "out"},
+                                {"q", "--agent", "in", "out", "brief"},
+                                {"q", "--download-model", "nosuch"},
+                                {"q", "--horizon", "img.jpg", "3"}}) {
         const Outcome r = run(argv);
         EXPECT_EQ(r.status, 1) << argv[1];
         EXPECT_EQ(r.err.rfind(argv[1] + ": ", 0), 0u) << r.err;
@@ -175,7 +175,8 @@ int runExecutable(const std::string& arguments, std::string& output) {
     if (!pipe) return -1;
     char buffer[4096];
     size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.append(buffer, n);
     const int status = ::pclose(pipe);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

@@ -67,7 +67,8 @@ TEST(Changes, ThreeItemsThenACount) {
     now.flipHorizontal = true;
     EXPECT_EQ(now.changes(old, L::vi),
               "Phơi sáng +1,00 · Tương phản +10 · Vùng sáng -20 · và 2 mục khác");
-    EXPECT_EQ(now.changes(old, L::en), "Exposure +1.00 · Contrast +10 · Highlights -20 · and 2 more");
+    EXPECT_EQ(now.changes(old, L::en),
+              "Exposure +1.00 · Contrast +10 · Highlights -20 · and 2 more");
 }
 
 TEST(Changes, ItemsWithoutNumbers) {

@@ -105,7 +105,8 @@ TEST(Decode, UnknownWordsGiveTheDefaultCase) {
     EXPECT_EQ(a.cropAspect, CropAspect::original);
     EXPECT_EQ(a.profile, ColorProfile::camera);
     EXPECT_FALSE(a.style);
-    const Adjustments b = decoded(R"({"cropAspect": "r16x9", "profile": "apple", "style": "mono"})");
+    const Adjustments b =
+        decoded(R"({"cropAspect": "r16x9", "profile": "apple", "style": "mono"})");
     EXPECT_EQ(b.cropAspect, CropAspect::r16x9);
     EXPECT_EQ(b.profile, ColorProfile::apple);
     EXPECT_EQ(b.style, PhotoStyle::mono);
@@ -120,17 +121,20 @@ TEST(Decode, OptionalMembersOnlyWhenValid) {
 
     EXPECT_FALSE(decoded(R"({"preset": {"name": "Cưới", "on": true, "before": "e30="}})").preset);
     const auto preset = decoded(R"({"preset": {"id": "e621e1f8-c36c-495a-93fc-0c247a3e6e5f",
-        "name": "Cưới", "on": true, "before": "e30="}})").preset;
+        "name": "Cưới", "on": true, "before": "e30="}})")
+                            .preset;
     ASSERT_TRUE(preset);
     EXPECT_EQ(preset->id.string(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     EXPECT_EQ(preset->before.data, "{}");
     EXPECT_FALSE(preset->after);
     EXPECT_FALSE(decoded(R"({"preset": {"id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
-        "name": "x", "on": true, "before": "not base64!"}})").preset);
+        "name": "x", "on": true, "before": "not base64!"}})")
+                     .preset);
 
     // A backdrop reads by default values: a partial object is a backdrop.
     const auto backdrop = decoded(R"({"backdrop": {"on": true, "kind": "color", "red": 0.2,
-                                                   "scale": "big"}})").backdrop;
+                                                   "scale": "big"}})")
+                              .backdrop;
     ASSERT_TRUE(backdrop);
     EXPECT_TRUE(backdrop->on);
     EXPECT_EQ(backdrop->kind, Backdrop::Kind::color);

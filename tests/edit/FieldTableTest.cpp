@@ -55,8 +55,7 @@ TEST(FieldTable, SettingsGroupsCarryTheirFields) {
               (V{"quarterTurns", "flipHorizontal", "perspectiveVertical", "perspectiveHorizontal",
                  "rotation", "crop", "cropAspect"}));
     EXPECT_EQ(byGroup[SettingsGroup::color].size(), 9u);
-    EXPECT_EQ(ungrouped,
-              (V{"portrait", "restore", "heals", "expertNote", "preset", "backdrop"}));
+    EXPECT_EQ(ungrouped, (V{"portrait", "restore", "heals", "expertNote", "preset", "backdrop"}));
     EXPECT_EQ(usualSettingsGroups().size(), 9u);
     EXPECT_FALSE(usualSettingsGroups().contains(SettingsGroup::geometry));
 }

@@ -32,8 +32,8 @@ TEST(Language, SettingFirstThenEnvironment) {
     // LANGUAGE outranks LANG and is a list whose first entry counts; empty values are skipped.
     EXPECT_EQ(choose(std::nullopt, environment({{"LANGUAGE", "en:vi"}, {"LANG", "vi_VN"}})),
               AppLanguage::en);
-    EXPECT_EQ(choose(std::nullopt, environment({{"LANGUAGE", ""}, {"LC_ALL", "vi_VN"},
-                                                {"LANG", "en_US"}})),
+    EXPECT_EQ(choose(std::nullopt,
+                     environment({{"LANGUAGE", ""}, {"LC_ALL", "vi_VN"}, {"LANG", "en_US"}})),
               AppLanguage::vi);
     EXPECT_EQ(choose(std::nullopt, environment({{"LC_MESSAGES", "en_AU"}, {"LANG", "vi_VN"}})),
               AppLanguage::en);
@@ -68,7 +68,8 @@ const StringsCatalog& bundled() {
         EXPECT_TRUE(file.open(QIODevice::ReadOnly));
         const QByteArray text = file.readAll();
         std::string error;
-        auto parsed = StringsCatalog::parse(std::string_view(text.constData(), text.size()), &error);
+        auto parsed =
+            StringsCatalog::parse(std::string_view(text.constData(), text.size()), &error);
         EXPECT_TRUE(parsed) << error;
         return parsed.value_or(StringsCatalog{});
     }();
@@ -93,10 +94,11 @@ TEST(Catalogue, EveryTextOfTheRecordHasEnglish) {
     expectLabelsTranslated<SettingsGroup>();
     expectLabelsTranslated<Backdrop::Subject>();
     expectLabelsTranslated<Backdrop::Kind>();
-    for (auto s : allCases<PhotoStyle>()) EXPECT_NE(bundled().find(blurb(s)), nullptr);
+    for (auto s : allCases<PhotoStyle>())
+        EXPECT_NE(bundled().find(blurb(s)), nullptr);
     for (const char* text : {"Cân bằng trắng RAW", "Trộn màu (HSL)", "Phân màu",
-                             "Chỉnh theo vùng (AI)", "Thêm lớp: ", "Bỏ lớp", "Nét cọ",
-                             "Chỉnh khác", "Đặt lại mọi chỉnh sửa", "và %lld mục khác"})
+                             "Chỉnh theo vùng (AI)", "Thêm lớp: ", "Bỏ lớp", "Nét cọ", "Chỉnh khác",
+                             "Đặt lại mọi chỉnh sửa", "và %lld mục khác"})
         EXPECT_NE(bundled().find(text), nullptr) << text;
 }
 

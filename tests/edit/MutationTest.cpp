@@ -16,11 +16,21 @@ std::string mutateBytes(std::string text, std::mt19937_64& rng) {
     for (int e = 0; e < edits && !text.empty(); ++e) {
         const size_t at = pick(text.size());
         switch (pick(5)) {
-            case 0: text[at] = alphabet[pick(alphabet.size())]; break;
-            case 1: text.insert(at, 1, alphabet[pick(alphabet.size())]); break;
-            case 2: text.erase(at, 1 + pick(std::min<size_t>(16, text.size() - at))); break;
-            case 3: text.insert(at, text.substr(pick(text.size()), 1 + pick(32))); break;
-            default: text.resize(at); break;
+            case 0:
+                text[at] = alphabet[pick(alphabet.size())];
+                break;
+            case 1:
+                text.insert(at, 1, alphabet[pick(alphabet.size())]);
+                break;
+            case 2:
+                text.erase(at, 1 + pick(std::min<size_t>(16, text.size() - at)));
+                break;
+            case 3:
+                text.insert(at, text.substr(pick(text.size()), 1 + pick(32)));
+                break;
+            default:
+                text.resize(at);
+                break;
         }
     }
     return text;
@@ -37,8 +47,15 @@ void mutateTree(Json& node, std::mt19937_64& rng, int depth = 0) {
         return;
     }
     if (depth == 0) return;  // the top level stays an object
-    static const Json replacements[] = {nullptr, true, "text", 1e308, -7, 2.5, Json::array(),
-                                        Json::object(), Json::array({1, "a", nullptr}),
+    static const Json replacements[] = {nullptr,
+                                        true,
+                                        "text",
+                                        1e308,
+                                        -7,
+                                        2.5,
+                                        Json::array(),
+                                        Json::object(),
+                                        Json::array({1, "a", nullptr}),
                                         Json::parse(R"({"x": {"y": [[[]]]}})"),
                                         std::uint64_t(18446744073709551615ull)};
     node = replacements[pick(std::size(replacements))];
@@ -49,7 +66,8 @@ TEST(Mutation, ByteDamageNeverCrashesAndReadsBackStable) {
     std::vector<std::string> seeds = {
         "{}", R"({"exposure": 0.5, "contrast": 10, "curves": {"master": [{"x": 0, "y": 0},
                 {"x": 0.5, "y": 0.6}, {"x": 1, "y": 1}]}})"};
-    for (int i = 0; i < 4; ++i) seeds.push_back(testing::randomAdjustments(rng).encode(i % 2));
+    for (int i = 0; i < 4; ++i)
+        seeds.push_back(testing::randomAdjustments(rng).encode(i % 2));
 
     int accepted = 0, refused = 0;
     for (int i = 0; i < 4000; ++i) {
@@ -85,7 +103,9 @@ TEST(Mutation, StructuralDamageStaysInsideItsKey) {
             const std::string key(f.key);
             const bool untouched = tree.contains(key) == before.contains(key) &&
                                    (!tree.contains(key) || tree[key] == before[key]);
-            if (untouched) ASSERT_TRUE(f.equal(*a, original)) << key << " in " << tree.dump();
+            if (untouched) {
+                ASSERT_TRUE(f.equal(*a, original)) << key << " in " << tree.dump();
+            }
         }
         const auto again = Adjustments::decode(a->encode());
         ASSERT_TRUE(again);

@@ -12,29 +12,39 @@ struct Filler {
         // Values of every shape a slider or a hand-written file produces: whole, fractional,
         // tiny and large, never zero so that no field stays at its default by chance.
         switch (pick(0, 3)) {
-            case 0: v = pick(-100, 100) + 0.5; break;
-            case 1: v = std::uniform_real_distribution<double>(-1e6, 1e6)(rng); break;
-            case 2: v = std::uniform_real_distribution<double>(1e-9, 1e-3)(rng); break;
-            default: v = pick(1, 12000) + 0.25; break;
+            case 0:
+                v = pick(-100, 100) + 0.5;
+                break;
+            case 1:
+                v = std::uniform_real_distribution<double>(-1e6, 1e6)(rng);
+                break;
+            case 2:
+                v = std::uniform_real_distribution<double>(1e-9, 1e-3)(rng);
+                break;
+            default:
+                v = pick(1, 12000) + 0.25;
+                break;
         }
     }
     void fill(int& v) { v = pick(1, 1000); }
     void fill(bool& v) { v = !v; }
     void fill(std::string& v) {
-        static const char* words[] = {"Vùng AI", "Thánh lễ", "a\"quoted\\name", "tab\there",
-                                      "emoji 🙂", "x"};
+        static const char* words[] = {"Vùng AI",   "Thánh lễ",   "a\"quoted\\name",
+                                      "tab\there", "emoji 🙂", "x"};
         v = words[pick(0, 5)];
     }
     void fill(Uuid& v) { v = Uuid::random(); }
     void fill(Bytes& v) {
         v.data.clear();
-        for (int i = pick(1, 40); i > 0; --i) v.data.push_back(static_cast<char>(pick(0, 255)));
+        for (int i = pick(1, 40); i > 0; --i)
+            v.data.push_back(static_cast<char>(pick(0, 255)));
     }
     template <NamedEnum E>
     void fill(E& v) {
         const auto cases = allCases<E>();
         E other = v;
-        while (other == v) other = cases[static_cast<size_t>(pick(0, int(cases.size()) - 1))];
+        while (other == v)
+            other = cases[static_cast<size_t>(pick(0, int(cases.size()) - 1))];
         v = other;
     }
     template <class T>
@@ -45,12 +55,14 @@ struct Filler {
     }
     template <class T, size_t N>
     void fill(std::array<T, N>& v) {
-        for (auto& x : v) fill(x);
+        for (auto& x : v)
+            fill(x);
     }
     template <class T>
     void fill(std::vector<T>& v) {
         v.resize(static_cast<size_t>(pick(1, 3)));
-        for (auto& x : v) fill(x);
+        for (auto& x : v)
+            fill(x);
     }
     template <Record R>
     void fill(R& r) {

@@ -10,7 +10,8 @@ namespace {
 
 std::vector<std::string> keysOf(const OrderedJson& object) {
     std::vector<std::string> keys;
-    for (const auto& [key, value] : object.items()) keys.push_back(key);
+    for (const auto& [key, value] : object.items())
+        keys.push_back(key);
     return keys;
 }
 
@@ -39,7 +40,8 @@ TEST(RoundTrip, KeysInDeclaredOrderOptionalOnlyWhenPresent) {
     std::mt19937_64 rng(11);
     const Adjustments full = testing::randomAdjustments(rng);
     std::vector<std::string> declared;
-    for (const auto& f : adjustmentFields()) declared.emplace_back(f.key);
+    for (const auto& f : adjustmentFields())
+        declared.emplace_back(f.key);
     EXPECT_EQ(keysOf(full.toJson()), declared);
 
     std::vector<std::string> required;
