@@ -255,13 +255,10 @@ struct Codec<R> {
         if (!j.is_object()) return false;
         R record{};
         bool valid = true;
-        std::apply(
-            [&](const auto&... f) {
-                ((valid =
-                      (readKey(j, f.key, record.*(f.member), f.required) || !f.required) && valid),
-                 ...);
-            },
-            R::fields());
+        auto readMember = [&](const auto& f) {
+            if (!readKey(j, f.key, record.*(f.member), f.required) && f.required) valid = false;
+        };
+        std::apply([&](const auto&... f) { (readMember(f), ...); }, R::fields());
         if (!valid) return false;
         if constexpr (requires { record.isValid(); })
             if (!record.isValid()) return false;

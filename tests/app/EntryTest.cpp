@@ -120,6 +120,19 @@ TEST(Render, BadAdjustmentsFiles) {
     EXPECT_NE(folder.err.find("folder"), std::string::npos);
 }
 
+TEST(Render, HugeAdjustmentsAreRefusedBeforeReading) {
+    TempFile huge("{}");
+    std::filesystem::resize_file(huge.path(), 65u << 20);  // sparse: costs no disk
+    const Outcome r = run({"q", "--render", "in.jpg", "out.jpg", huge.path()});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("larger than 64 MiB"), std::string::npos) << r.err;
+
+    // A device that never ends is cut off at the same limit instead of filling memory.
+    const Outcome endless = run({"q", "--render", "in.jpg", "out.jpg", "/dev/zero"});
+    EXPECT_EQ(endless.status, 2);
+    EXPECT_NE(endless.err.find("larger than 64 MiB"), std::string::npos) << endless.err;
+}
+
 TEST(Render, GoodAdjustmentsReachTheRenderer) {
     // An empty object and a forgiving partial record both decode; what stops the command is the
     // missing image source, with status 1 as for any photo that can't be opened.
