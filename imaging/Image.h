@@ -1,0 +1,62 @@
+// The engine's picture: 32-bit float RGBA, premultiplied alpha, linear light in extended linear
+// sRGB (values may pass 1 or go below 0), row 0 at the top, origin at the top left.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+namespace ql::img {
+
+struct Pixel {
+    float r = 0, g = 0, b = 0, a = 0;
+    bool operator==(const Pixel&) const = default;
+};
+
+/// A cheap handle: copies share the pixels. Pixels are written only by the function that created
+/// the image, before it hands it out; after that an image is immutable, so returning the input
+/// unchanged costs nothing.
+class Image {
+public:
+    Image() = default;
+    /// A new image of the given size, every channel 0 (transparent black). Sizes below 1 give an
+    /// empty image.
+    Image(int width, int height);
+    /// A new image filled with one colour.
+    static Image filled(int width, int height, Pixel colour);
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    bool empty() const { return width_ <= 0 || height_ <= 0; }
+    /// The long edge, L: the number every radius of the engine scales with.
+    int longEdge() const { return width_ > height_ ? width_ : height_; }
+    size_t pixelCount() const { return size_t(width_) * size_t(height_); }
+
+    /// Four floats per pixel, rows packed without padding.
+    const float* data() const { return data_.get(); }
+    float* data() { return data_.get(); }
+    const float* row(int y) const { return data_.get() + size_t(y) * size_t(width_) * 4; }
+    float* row(int y) { return data_.get() + size_t(y) * size_t(width_) * 4; }
+
+    Pixel at(int x, int y) const {
+        const float* p = row(y) + size_t(x) * 4;
+        return {p[0], p[1], p[2], p[3]};
+    }
+    void set(int x, int y, Pixel v) {
+        float* p = row(y) + size_t(x) * 4;
+        p[0] = v.r, p[1] = v.g, p[2] = v.b, p[3] = v.a;
+    }
+
+    /// True when both handles share the same pixels (the "input returned untouched" case).
+    bool sharesPixelsWith(const Image& other) const { return data_ == other.data_; }
+
+private:
+    int width_ = 0;
+    int height_ = 0;
+    std::shared_ptr<float[]> data_;
+};
+
+/// Luma weights of linear sRGB (Rec. 709).
+inline constexpr float lumaR = 0.2126f, lumaG = 0.7152f, lumaB = 0.0722f;
+inline float luma(float r, float g, float b) { return lumaR * r + lumaG * g + lumaB * b; }
+
+}  // namespace ql::img
