@@ -1,0 +1,31 @@
+// Resampling: a full-size decode shrunk to the preview.
+#include <chrono>
+
+#include "CopyBaseline.h"
+#include "imaging/LanczosScale.h"
+
+namespace {
+
+using ql::img::Image;
+
+void BM_LanczosShrink6000To2400(benchmark::State& state) {
+    Image big(6000, 4000);
+    {
+        const Image tile = ql::bench::previewImage();
+        for (int y = 0; y < big.height(); ++y)
+            std::copy_n(tile.row(y % 1600), 2400 * 4, big.row(y)),
+                std::copy_n(tile.row(y % 1600), 2400 * 4, big.row(y) + 2400 * 4),
+                std::copy_n(tile.row(y % 1600), 1200 * 4, big.row(y) + 4800 * 4);
+    }
+    const double copy = ql::bench::copySeconds(Image(2400, 1600));
+    double total = 0;
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        benchmark::DoNotOptimize(ql::img::resize(big, 2400, 1600).data());
+        total += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+    ql::bench::reportCopyPasses(state, total / double(state.iterations()), copy);
+}
+BENCHMARK(BM_LanczosShrink6000To2400)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace

@@ -1,0 +1,177 @@
+// Resampling, affine and perspective transforms, and QR codes.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "ImageTesting.h"
+#include "imaging/LanczosScale.h"
+#include "imaging/QRCode.h"
+#include "imaging/Transform.h"
+
+namespace ql::img {
+namespace {
+
+using testing::identical;
+using testing::make;
+using testing::maxDifference;
+using testing::noise;
+
+/// A slow Lanczos-3 reference, straight from the definition, for one output pixel.
+Pixel referenceResample(const Image& in, int outW, int outH, int ox, int oy) {
+    auto kernel = [](double x) {
+        x = std::abs(x);
+        if (x < 1e-9) return 1.0;
+        if (x >= 3) return 0.0;
+        return 3 * std::sin(M_PI * x) * std::sin(M_PI * x / 3) / (M_PI * M_PI * x * x);
+    };
+    const double fx = double(outW) / in.width(), fy = double(outH) / in.height();
+    const double sx = fx < 1 ? 1 / fx : 1, sy = fy < 1 ? 1 / fy : 1;
+    const double cx = (ox + 0.5) / fx - 0.5, cy = (oy + 0.5) / fy - 0.5;
+    double acc[4] = {}, wsum = 0;
+    for (int y = int(cy - 3 * sy) - 1; y <= int(cy + 3 * sy) + 1; ++y) {
+        for (int x = int(cx - 3 * sx) - 1; x <= int(cx + 3 * sx) + 1; ++x) {
+            const double w = kernel((x - cx) / sx) * kernel((y - cy) / sy);
+            const Pixel p =
+                in.at(std::clamp(x, 0, in.width() - 1), std::clamp(y, 0, in.height() - 1));
+            acc[0] += w * p.r, acc[1] += w * p.g, acc[2] += w * p.b, acc[3] += w * p.a;
+            wsum += w;
+        }
+    }
+    return {float(acc[0] / wsum), float(acc[1] / wsum), float(acc[2] / wsum), float(acc[3] / wsum)};
+}
+
+TEST(Lanczos, SizesNeutralAndBadScales) {
+    const Image a = noise(40, 30, 1);
+    EXPECT_TRUE(lanczosScale(a, {}).sharesPixelsWith(a));
+    for (float bad : {0.0f, -1.0f, NAN, INFINITY, 1e9f})
+        EXPECT_TRUE(lanczosScale(a, {bad}).sharesPixelsWith(a)) << bad;
+    const Image half = lanczosScale(a, {0.5f, 2});
+    EXPECT_EQ(half.width(), 40);
+    EXPECT_EQ(half.height(), 15);
+    EXPECT_EQ(lanczosScale(a, {1e-6f}).width(), 1);  // never below one pixel
+    EXPECT_TRUE(lanczosScale(Image{}, {0.5f}).empty());
+}
+
+TEST(Lanczos, MatchesTheDefinitionWhenShrinkingAndEnlarging) {
+    const Image a = noise(53, 41, 2);
+    for (auto [w, h] : {std::pair{20, 17}, std::pair{111, 90}, std::pair{53, 13}}) {
+        const Image out = resize(a, w, h);
+        for (int y = 0; y < h; y += 3)
+            for (int x = 0; x < w; x += 3) {
+                const Pixel ref = referenceResample(a, w, h, x, y);
+                ASSERT_NEAR(out.at(x, y).g, ref.g, 2e-5)
+                    << w << "x" << h << " at " << x << "," << y;
+                ASSERT_NEAR(out.at(x, y).a, ref.a, 2e-5);
+            }
+    }
+}
+
+TEST(Lanczos, ConstantStaysConstantAndMeanIsKept) {
+    const Image flat = Image::filled(97, 61, {0.3f, 0.6f, 2.5f, 1});
+    const Image small = resize(flat, 31, 20);
+    EXPECT_LT(maxDifference(small, Image::filled(31, 20, {0.3f, 0.6f, 2.5f, 1})), 1e-5);
+    const Image big = resize(flat, 200, 150);
+    EXPECT_LT(maxDifference(big, Image::filled(200, 150, {0.3f, 0.6f, 2.5f, 1})), 1e-5);
+    const Image n = noise(120, 120, 3);
+    EXPECT_NEAR(testing::mean(resize(n, 40, 40), 1), testing::mean(n, 1), 2e-3);
+}
+
+TEST(Lanczos, ShrinkingAFineCheckerboardDoesNotAlias) {
+    // A one-pixel checkerboard has no detail the smaller grid can hold: it must become flat grey,
+    // not a coarse pattern or moiré.
+    const Image board = make(300, 200, [](int x, int y) {
+        const float v = (x + y) % 2 ? 1.f : 0.f;
+        return Pixel{v, v, v, 1};
+    });
+    for (auto [w, h] : {std::pair{100, 67}, std::pair{77, 51}, std::pair{143, 95}}) {
+        const Image out = resize(board, w, h);
+        float lo = 1, hi = 0;
+        for (int y = 3; y < h - 3; ++y)
+            for (int x = 3; x < w - 3; ++x)
+                lo = std::min(lo, out.at(x, y).r), hi = std::max(hi, out.at(x, y).r);
+        EXPECT_LT(hi - lo, 0.08) << w << "x" << h;
+        EXPECT_NEAR((hi + lo) / 2, 0.5, 0.04);
+    }
+}
+
+TEST(Lanczos, SameResultWhateverTheThreads) {
+    const Image a = noise(70, 45, 4);
+    const Image one = resize(a, 33, 50, Execution{1});
+    EXPECT_TRUE(identical(one, resize(a, 33, 50, Execution{2})));
+    EXPECT_TRUE(identical(one, resize(a, 33, 50, Execution{7})));
+}
+
+TEST(Affine, TranslationRotationAndBadMatrices) {
+    const Image a = noise(20, 16, 5);
+    EXPECT_TRUE(affineTransform(a, {}).sharesPixelsWith(a));
+    EXPECT_TRUE(affineTransform(a, {0, 0, 0, 0}).sharesPixelsWith(a));  // singular
+    EXPECT_TRUE(affineTransform(a, {NAN, 0, 0, 1}).sharesPixelsWith(a));
+
+    const Image moved = affineTransform(a, {1, 0, 0, 1, 3, 2});
+    EXPECT_EQ(moved.at(8, 7), a.at(5, 5));
+    EXPECT_EQ(moved.at(1, 1), (Pixel{}));  // uncovered: transparent
+
+    // A quarter turn clockwise about the origin, moved back into a canvas of swapped size.
+    const Image turned = affineTransform(a, {0, 1, -1, 0, 16, 0, 16, 20});
+    EXPECT_NEAR(turned.at(15 - 4, 6).g, a.at(6, 4).g, 1e-6);
+    const Image clamped = affineTransform(a, {1, 0, 0, 1, 3, 0, 0, 0, EdgeMode::clamp});
+    EXPECT_EQ(clamped.at(0, 5), a.at(0, 5));
+}
+
+TEST(Perspective, CornersLandOnTheQuad) {
+    const Image a = make(40, 30, [](int x, int y) { return Pixel{float(x), float(y), 0, 1}; });
+    EXPECT_TRUE(perspectiveTransform(a, {{0, 0}, {40, 0}, {40, 30}, {0, 30}}).sharesPixelsWith(a));
+
+    PerspectiveParams p{{10, 5}, {70, 0}, {80, 60}, {0, 50}, 90, 70};
+    std::array<double, 9> h;
+    ASSERT_TRUE(homography(40, 30, {p.topLeft, p.topRight, p.bottomRight, p.bottomLeft}, h));
+    auto map = [&](double x, double y) {
+        const double w = h[6] * x + h[7] * y + h[8];
+        return Point{(h[0] * x + h[1] * y + h[2]) / w, (h[3] * x + h[4] * y + h[5]) / w};
+    };
+    const Point corners[4] = {map(0, 0), map(40, 0), map(40, 30), map(0, 30)};
+    const Point want[4] = {p.topLeft, p.topRight, p.bottomRight, p.bottomLeft};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_NEAR(corners[i].x, want[i].x, 1e-9);
+        EXPECT_NEAR(corners[i].y, want[i].y, 1e-9);
+    }
+    // A pixel just inside each output corner shows the matching input corner.
+    const Image out = perspectiveTransform(a, p);
+    EXPECT_NEAR(out.at(11, 7).r, 0.5, 1.5);
+    EXPECT_NEAR(out.at(11, 7).g, 0.5, 1.5);
+    EXPECT_NEAR(out.at(77, 57).r, 39.5, 1.5);
+    EXPECT_NEAR(out.at(77, 57).g, 29.5, 1.5);
+    EXPECT_EQ(out.at(89, 2), (Pixel{}));  // outside the quad
+
+    // Crossed or collapsed corners are no quad.
+    EXPECT_TRUE(perspectiveTransform(a, {{0, 0}, {40, 30}, {40, 0}, {0, 30}}).sharesPixelsWith(a));
+    EXPECT_TRUE(perspectiveTransform(a, {{0, 0}, {10, 0}, {20, 0}, {0, 30}}).sharesPixelsWith(a));
+    EXPECT_TRUE(identical(perspectiveTransform(a, p, Execution{1}),
+                          perspectiveTransform(a, p, Execution{7})));
+}
+
+TEST(QRCode, ModulesFinderPatternsAndLimits) {
+    const QRCodeParams p{QRCodeParams::Correction::medium, 3, 4};
+    const Image code = qrCode("http://192.168.1.20:8080/", p);
+    ASSERT_FALSE(code.empty());
+    const int n = qrModules(code, p);
+    EXPECT_EQ((n - 21) % 4, 0);  // versions grow by four modules
+    auto dark = [&](int mx, int my) {
+        return code.at((4 + mx) * 3 + 1, (4 + my) * 3 + 1).r < 0.5f;
+    };
+    // The three finder patterns: a dark ring of 7, a light ring of 5, a dark core of 3.
+    for (auto [ox, oy] : {std::pair{0, 0}, std::pair{n - 7, 0}, std::pair{0, n - 7}}) {
+        EXPECT_TRUE(dark(ox, oy) && dark(ox + 6, oy + 6) && dark(ox + 3, oy));
+        EXPECT_FALSE(dark(ox + 1, oy + 1) || dark(ox + 5, oy + 3));
+        EXPECT_TRUE(dark(ox + 2, oy + 2) && dark(ox + 4, oy + 4));
+    }
+    for (int i = 0; i < code.width(); ++i)
+        EXPECT_EQ(code.at(i, 0), (Pixel{1, 1, 1, 1}));
+    EXPECT_TRUE(identical(code, qrCode("http://192.168.1.20:8080/", p)));
+    EXPECT_GT(qrModules(qrCode(std::string(500, 'x'), p), p), n);
+    EXPECT_TRUE(qrCode("").empty());
+    EXPECT_TRUE(qrCode(std::string(8000, 'x')).empty());
+}
+
+}  // namespace
+}  // namespace ql::img
