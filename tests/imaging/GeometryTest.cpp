@@ -4,6 +4,8 @@
 #include <cmath>
 
 #include "ImageTesting.h"
+#include "imaging/CropRegion.h"
+#include "imaging/Displace.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/QRCode.h"
 #include "imaging/Transform.h"
@@ -171,6 +173,52 @@ TEST(QRCode, ModulesFinderPatternsAndLimits) {
     EXPECT_GT(qrModules(qrCode(std::string(500, 'x'), p), p), n);
     EXPECT_TRUE(qrCode("").empty());
     EXPECT_TRUE(qrCode(std::string(8000, 'x')).empty());
+}
+
+}  // namespace
+}  // namespace ql::img
+
+namespace ql::img {
+namespace {
+
+TEST(Crop, ClipsToTheImage) {
+    const Image a = testing::noise(10, 8, 6);
+    EXPECT_TRUE(crop(a, {0, 0, 10, 8}).sharesPixelsWith(a));
+    EXPECT_TRUE(crop(a, {-5, -5, 100, 100}).sharesPixelsWith(a));
+    const Image c = crop(a, {3, 2, 4, 100});
+    EXPECT_EQ(c.width(), 4);
+    EXPECT_EQ(c.height(), 6);
+    EXPECT_EQ(c.at(0, 0), a.at(3, 2));
+    EXPECT_EQ(c.at(3, 5), a.at(6, 7));
+    EXPECT_TRUE(crop(a, {20, 0, 5, 5}).empty());
+    EXPECT_TRUE(crop(a, {2, 2, -1, 5}).empty());
+    EXPECT_TRUE(crop(a, {2147483000, 0, 2147483000, 5}).empty());
+}
+
+TEST(Displace, ShiftsByTheFieldAndHonoursTheMask) {
+    const Image a = testing::make(16, 12, [](int x, int y) {
+        return Pixel{float(x), float(y), 0, 1};
+    });
+    const Image field = Image::filled(4, 3, {1, -0.5f, 0, 1});  // stretched over the image
+    EXPECT_TRUE(displace(a, field, {0}).sharesPixelsWith(a));
+    EXPECT_TRUE(displace(a, Image{}, {2}).sharesPixelsWith(a));
+    EXPECT_TRUE(displace(a, field, {NAN}).sharesPixelsWith(a));
+
+    const Image moved = displace(a, field, {2});  // every pixel reads 2 right and 1 up
+    EXPECT_FLOAT_EQ(moved.at(5, 6).r, 7);
+    EXPECT_FLOAT_EQ(moved.at(5, 6).g, 5);
+    EXPECT_FLOAT_EQ(moved.at(15, 0).r, 15);  // clamped at the border
+    EXPECT_FLOAT_EQ(moved.at(15, 0).g, 0);
+
+    const Image mask = testing::make(16, 12, [](int x, int) {
+        return Pixel{x < 8 ? 0.f : 1.f, 0, 0, 1};
+    });
+    const Image held = displace(a, field, mask, {2});
+    EXPECT_EQ(held.at(3, 6), a.at(3, 6));  // mask 0: still
+    EXPECT_FLOAT_EQ(held.at(10, 6).r, 12);
+    EXPECT_TRUE(displace(a, field, Image(3, 3), {2}).sharesPixelsWith(a));
+    EXPECT_TRUE(testing::identical(displace(a, field, {2}, Execution{1}),
+                                   displace(a, field, {2}, Execution{7})));
 }
 
 }  // namespace
