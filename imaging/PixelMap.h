@@ -16,7 +16,8 @@ Image mapPixels(const Image& input, const Execution& exec, F&& f) {
         for (int y = y0; y < y1; ++y) {
             const float* in = input.row(y);
             float* o = out.row(y);
-            for (int x = 0; x < w; ++x) f(in + 4 * x, o + 4 * x);
+            for (int x = 0; x < w; ++x)
+                f(in + 4 * x, o + 4 * x);
         }
     });
     return done ? out : Image{};
@@ -32,10 +33,38 @@ Image mapPixels2(const Image& a, const Image& b, const Execution& exec, F&& f) {
             const float* pa = a.row(y);
             const float* pb = b.row(y);
             float* o = out.row(y);
-            for (int x = 0; x < w; ++x) f(pa + 4 * x, pb + 4 * x, o + 4 * x);
+            for (int x = 0; x < w; ++x)
+                f(pa + 4 * x, pb + 4 * x, o + 4 * x);
         }
     });
     return done ? out : Image{};
+}
+
+// The alpha rule of the colour operations. They work on unpremultiplied colour: colour is divided
+// by alpha where 0 < a < 1 and multiplied by the resulting alpha, clamped to [0, 1], afterwards.
+// Alpha at or above 1 leaves the colour as stored; a transparent pixel (a ≤ 0) comes out with
+// colour 0.
+inline float unpremultiplyScale(float a) {
+    return a > 0 && a < 1 ? 1 / a : 1;
+}
+inline float premultiplyScale(float a) {
+    return a > 0 ? (a < 1 ? a : 1) : 0;
+}
+
+/// mapPixels for the colour operations that keep alpha: `f(float* rgb)` edits the
+/// unpremultiplied colour in place.
+template <class F>
+Image mapUnpremultiplied(const Image& input, const Execution& exec, F&& f) {
+    return mapPixels(input, exec, [&f](const float* in, float* out) {
+        const float a = in[3];
+        const float u = unpremultiplyScale(a), m = premultiplyScale(a);
+        float c[3] = {in[0] * u, in[1] * u, in[2] * u};
+        f(c);
+        out[0] = c[0] * m;
+        out[1] = c[1] * m;
+        out[2] = c[2] * m;
+        out[3] = a;
+    });
 }
 
 }  // namespace ql::img

@@ -1,0 +1,23 @@
+#include "ColorControls.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "PixelMap.h"
+
+namespace ql::img {
+
+Image colorControls(const Image& input, const ColorControlsParams& p, const Execution& exec) {
+    const auto orNeutral = [](float v, float neutral) { return std::isfinite(v) ? v : neutral; };
+    const float s = std::max(orNeutral(p.saturation, 1), 0.0f);
+    const float b = orNeutral(p.brightness, 0);
+    const float k = std::max(orNeutral(p.contrast, 1), 0.0f);
+    if (input.empty() || (s == 1 && b == 0 && k == 1)) return input;
+    return mapUnpremultiplied(input, exec, [s, b, k](float* c) {
+        const float l = luma(c[0], c[1], c[2]);
+        for (int i = 0; i < 3; ++i)
+            c[i] = ((l + (c[i] - l) * s) + b - 0.5f) * k + 0.5f;
+    });
+}
+
+}  // namespace ql::img
