@@ -1,10 +1,14 @@
-// What lies beyond an image's border for operations that look past it.
+// What a neighbourhood operation sees beyond the picture's border.
 #pragma once
 
 namespace ql::img {
 
-/// clamp: the border pixels extend outward, as an image clamped to its extent;
-/// transparent: outside is transparent black.
-enum class EdgeMode { clamp, transparent };
+enum class EdgeMode {
+    /// The border pixels extend outward for ever, so a blur keeps the picture's edges as they
+    /// are instead of fading them.
+    clamp,
+    /// Outside is transparent black (every channel 0), so a blur fades the border.
+    transparent,
+};
 
 }  // namespace ql::img

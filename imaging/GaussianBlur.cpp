@@ -1,0 +1,231 @@
+#include "GaussianBlur.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace ql::img {
+namespace {
+
+// One pixel, four channels, in one SIMD register.
+using v4 = float __attribute__((vector_size(16)));
+
+v4 splat(float f) {
+    return v4{f, f, f, f};
+}
+v4 load(const float* p) {
+    v4 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+void store(float* p, v4 v) {
+    std::memcpy(p, &v, sizeof v);
+}
+
+// The 1D filter for one σ: a sampled kernel for small σ, three extended boxes for large.
+struct LineFilter {
+    bool boxes = false;
+    std::vector<float> taps;  // taps[k] weights the samples at ±k
+    int r = 0;                // each box covers ±r fully...
+    float alpha = 0;          // ...and the samples at ±(r + 1) with this weight
+    float scale = 0;          // 1 / (2r + 1 + 2 alpha)
+    int pad() const { return boxes ? 3 * (r + 1) : int(taps.size()) - 1; }
+};
+
+// Variance of the normalised samples of a Gaussian of deviation s at -R..R.
+double sampledVariance(double s, int R) {
+    double sum = 1, moment = 0;
+    for (int k = 1; k <= R; ++k) {
+        const double g = std::exp(-0.5 * k * k / (s * s));
+        sum += 2 * g;
+        moment += 2 * g * k * k;
+    }
+    return moment / sum;
+}
+
+LineFilter makeFilter(double sigma) {
+    LineFilter f;
+    if (sigma < 3) {
+        // Sampling shrinks a small Gaussian's variance; widen it until the samples have σ².
+        const int R = std::max(1, int(std::ceil(3 * sigma)));
+        double lo = 1e-3, hi = 4 * sigma + 1;
+        for (int i = 0; i < 60; ++i) {
+            const double mid = 0.5 * (lo + hi);
+            (sampledVariance(mid, R) < sigma * sigma ? lo : hi) = mid;
+        }
+        const double s = 0.5 * (lo + hi);
+        std::vector<double> w(size_t(R) + 1);
+        double sum = 0;
+        for (int k = 0; k <= R; ++k) {
+            w[size_t(k)] = std::exp(-0.5 * k * k / (s * s));
+            sum += k == 0 ? w[0] : 2 * w[size_t(k)];
+        }
+        for (double v : w)
+            f.taps.push_back(float(v / sum));
+        return f;
+    }
+    // Three boxes of variance σ²/3 each. A box of ±r has variance r(r+1)/3; the fractional end
+    // weight alpha makes up the rest exactly.
+    const double s2 = sigma * sigma / 3;
+    int r = int(std::floor((std::sqrt(1 + 12 * s2) - 1) / 2));
+    while (double(r + 1) * (r + 2) / 3 <= s2)
+        ++r;
+    while (r > 0 && double(r) * (r + 1) / 3 > s2)
+        --r;
+    const double alpha = (2 * r + 1) * (s2 - r * (r + 1) / 3.0) / (2 * ((r + 1.0) * (r + 1) - s2));
+    f.boxes = true;
+    f.r = r;
+    f.alpha = float(alpha);
+    f.scale = float(1 / (2 * r + 1 + 2 * alpha));
+    return f;
+}
+
+// One extended box over in[0, n): out[j] is centred on in[j + r + 1], for j < n - 2(r + 1).
+// Window sums come from prefix and suffix sums inside blocks of the window's length, so no
+// running sum carries rounding, or a NaN or infinity, beyond the windows that hold it.
+void boxPass(const v4* in, int n, v4* out, v4* pre, v4* suf, const LineFilter& f) {
+    const int L = 2 * f.r + 1;
+    for (int b = 0; b < n; b += L) {
+        const int e = std::min(b + L, n);
+        v4 s = in[b];
+        pre[b] = s;
+        for (int i = b + 1; i < e; ++i)
+            pre[i] = s += in[i];
+        s = in[e - 1];
+        suf[e - 1] = s;
+        for (int i = e - 2; i >= b; --i)
+            suf[i] = s += in[i];
+    }
+    const v4 alpha = splat(f.alpha), scale = splat(f.scale);
+    const int last = n - 2 * (f.r + 1);  // window starts run from 1 to last
+    int s = 1;
+    while (s <= last) {
+        // Windows starting inside a block end in the next one: suffix plus prefix.
+        const int stop = std::min((s / L + 1) * L, last + 1);
+        for (; s < stop; ++s)
+            out[s - 1] = (suf[s] + pre[s + L - 1] + alpha * (in[s - 1] + in[s + L])) * scale;
+        // A window starting on a block boundary is that block.
+        if (s <= last) {
+            out[s - 1] = (suf[s] + alpha * (in[s - 1] + in[s + L])) * scale;
+            ++s;
+        }
+    }
+}
+
+// Blurs rows with one filter; its buffers serve one thread.
+class LineBlur {
+  public:
+    LineBlur(const LineFilter& f, EdgeMode edges, int maxLength) : f_(f), edges_(edges) {
+        const size_t n = size_t(maxLength) + 2 * size_t(f.pad());
+        a_.resize(n);
+        if (f.boxes) b_.resize(n), pre_.resize(n), suf_.resize(n);
+    }
+
+    // out[0, length) = the blur of row[0, length).
+    void run(const float* row, int length, v4* out) {
+        const int pad = f_.pad(), n = length + 2 * pad;
+        const bool clamp = edges_ == EdgeMode::clamp;
+        const v4 left = clamp ? load(row) : splat(0);
+        const v4 right = clamp ? load(row + 4 * size_t(length - 1)) : splat(0);
+        std::fill_n(a_.begin(), pad, left);
+        std::memcpy(&a_[size_t(pad)], row, size_t(length) * sizeof(v4));
+        std::fill_n(a_.begin() + pad + length, pad, right);
+        if (!f_.boxes) {
+            const int R = pad;
+            const float* w = f_.taps.data();
+            for (int j = 0; j < length; ++j) {
+                const v4* c = &a_[size_t(j + R)];
+                v4 s = w[0] * c[0];
+                for (int k = 1; k <= R; ++k)
+                    s += w[k] * (c[-k] + c[k]);
+                out[j] = s;
+            }
+            return;
+        }
+        const int step = 2 * (f_.r + 1);
+        boxPass(a_.data(), n, b_.data(), pre_.data(), suf_.data(), f_);
+        boxPass(b_.data(), n - step, a_.data(), pre_.data(), suf_.data(), f_);
+        boxPass(a_.data(), n - 2 * step, out, pre_.data(), suf_.data(), f_);
+    }
+
+  private:
+    const LineFilter& f_;
+    EdgeMode edges_;
+    std::vector<v4> a_, b_, pre_, suf_;
+};
+
+// One direction of the blur: the `rows` rows of `src` (each `length` pixels) are blurred along
+// their length and stored transposed, so dst has `length` rows of `rows` pixels. Doing both
+// directions this way keeps every access sequential. Returns false when cancelled.
+struct Pass {
+    const float* src;
+    int length, rows;
+    float* dst;
+    const std::function<void(const float*, float*, int)>* prepare = nullptr;  // on src rows
+    const std::function<void(const float*, const float*, float*, int)>* finish = nullptr;
+    const float* original = nullptr;  // laid out like dst, handed to finish
+};
+
+bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution& exec) {
+    // A band of rows is blurred into cache, then written out as short runs of each column.
+    constexpr int band = 8;
+    const int bands = (p.rows + band - 1) / band;
+    return parallelFor(0, bands, exec, [&](int b0, int b1) {
+        LineBlur line(f, edges, p.length);
+        std::vector<v4> tmp(size_t(band) * size_t(p.length));
+        std::vector<float> prepared(p.prepare ? size_t(p.length) * 4 : 0);
+        float gathered[band * 4];
+        for (int b = b0; b < b1; ++b) {
+            const int y0 = b * band, count = std::min(band, p.rows - y0);
+            for (int j = 0; j < count; ++j) {
+                const float* row = p.src + size_t(y0 + j) * size_t(p.length) * 4;
+                if (p.prepare) {
+                    (*p.prepare)(row, prepared.data(), p.length);
+                    row = prepared.data();
+                }
+                line.run(row, p.length, &tmp[size_t(j) * size_t(p.length)]);
+            }
+            for (int x = 0; x < p.length; ++x) {
+                const size_t at = (size_t(x) * size_t(p.rows) + size_t(y0)) * 4;
+                float* d = p.dst + at;
+                float* put = p.finish ? gathered : d;
+                for (int j = 0; j < count; ++j)
+                    store(put + 4 * j, tmp[size_t(j) * size_t(p.length) + size_t(x)]);
+                if (p.finish) (*p.finish)(p.original + at, gathered, d, count);
+            }
+        }
+    });
+}
+
+}  // namespace
+
+Image gaussianBlur(const Image& input, const GaussianBlurParams& p, const Execution& exec) {
+    if (input.empty() || !(p.radius >= 0.3f)) return input;
+    return detail::gaussianBlurWith(input, p, {}, exec);
+}
+
+namespace detail {
+
+Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const BlurHooks& hooks,
+                       const Execution& exec) {
+    if (input.empty()) return input;
+    const double sigma = std::clamp(double(p.radius), 0.3, double(input.longEdge()));
+    const LineFilter f = makeFilter(std::isfinite(sigma) ? sigma : 0.3);
+    const int w = input.width(), h = input.height();
+    // The intermediate is written in full before it is read: no need to clear it.
+    const auto across = std::make_unique_for_overwrite<float[]>(input.pixelCount() * 4);
+    Pass horizontal{input.data(), w, h, across.get()};
+    if (hooks.prepare) horizontal.prepare = &hooks.prepare;
+    if (!runPass(horizontal, f, p.edges, exec)) return Image{};
+    Image out(w, h);
+    Pass vertical{across.get(), h, w, out.data()};
+    if (hooks.finish) vertical.finish = &hooks.finish, vertical.original = input.data();
+    if (!runPass(vertical, f, p.edges, exec)) return Image{};
+    return out;
+}
+
+}  // namespace detail
+
+}  // namespace ql::img

@@ -1,0 +1,44 @@
+// Gaussian blur: every pixel becomes a Gaussian-weighted average of its neighbourhood, all four
+// channels alike (premultiplied colour and alpha blur together).
+#pragma once
+
+#include <functional>
+
+#include "EdgeMode.h"
+#include "Execution.h"
+#include "Image.h"
+
+namespace ql::img {
+
+struct GaussianBlurParams {
+    /// Standard deviation σ of the Gaussian, in pixels. Below 0.3 (and NaN) the blur is too
+    /// small to see: neutral. Values above the long edge act as the long edge.
+    float radius = 0;
+    /// What lies beyond the border.
+    EdgeMode edges = EdgeMode::clamp;
+};
+
+/// Separable; the weights always sum to 1 and their variance is σ² in each direction. Below
+/// σ = 3 a sampled, normalised Gaussian of support ±3σ; from 3 on, three stacked box filters
+/// with fractional end weights (same variance, cost independent of σ).
+Image gaussianBlur(const Image& input, const GaussianBlurParams& p, const Execution& exec = {});
+
+namespace detail {
+
+/// Hooks that let an operation built on the blur skip whole passes over memory. `prepare` turns
+/// a run of input pixels into the pixels to be blurred (default: the input itself); `finish`
+/// receives a run of input pixels and the blur at the same places and writes the output
+/// (default: the blur). Runs hold `count` pixels, four floats each; `out` may alias nothing.
+struct BlurHooks {
+    std::function<void(const float* in, float* out, int count)> prepare;
+    std::function<void(const float* in, const float* blurred, float* out, int count)> finish;
+};
+
+/// gaussianBlur with hooks. Always does the work (no neutral shortcut): the caller decides
+/// neutrality. σ must be at least 0.3 and finite; it is capped at the long edge.
+Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const BlurHooks& hooks,
+                       const Execution& exec);
+
+}  // namespace detail
+
+}  // namespace ql::img

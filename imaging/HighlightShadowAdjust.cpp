@@ -1,0 +1,71 @@
+#include "HighlightShadowAdjust.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "GaussianBlur.h"
+#include "PixelMap.h"
+
+namespace ql::img {
+namespace {
+
+struct Curve {
+    float shadow, highlight;
+
+    // The factor for r, g, b of a place whose surroundings have luminance y (see the header).
+    float gain(float y) const {
+        const float v = std::sqrt(std::max(y, 0.0f));  // NaN stays NaN: only its pixel
+        if (!(v > 1e-6f)) return v == v ? (1 + shadow) * (1 + shadow) : v;
+        float lifted = v;
+        if (v < 0.5f) {
+            const float t = 2 * v, smooth = t * t * (3 - 2 * t);
+            lifted += v * shadow * (1 - smooth) * (1 - smooth);
+        }
+        if (v > 0.5f) {
+            const float h = v <= 1 ? (v - 0.5f) * (v - 0.5f) : v - 0.75f;
+            lifted -= (1 - highlight) * 0.75f * h;
+        }
+        const float ratio = lifted / v;
+        return ratio * ratio;
+    }
+};
+
+// Luminance over alpha: a half-covered pixel's colour counts as fully as an opaque one's.
+float luminance(float premultipliedLuma, float alpha) {
+    return alpha > 1e-6f ? premultipliedLuma / alpha : 0.0f;
+}
+
+}  // namespace
+
+Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
+                            const Execution& exec) {
+    const float shadow = std::isfinite(p.shadowAmount) ? std::clamp(p.shadowAmount, 0.0f, 1.0f) : 0;
+    const float highlight =
+        std::isfinite(p.highlightAmount) ? std::clamp(p.highlightAmount, 0.0f, 1.0f) : 1;
+    if (input.empty() || (shadow == 0 && highlight == 1)) return input;
+    const Curve curve{shadow, highlight};
+    auto apply = [&curve](const float* in, float y, float* out) {
+        const float g = curve.gain(y);
+        out[0] = in[0] * g, out[1] = in[1] * g, out[2] = in[2] * g, out[3] = in[3];
+    };
+    if (!(p.radius >= 0.3f))
+        return mapPixels(input, exec, [&](const float* in, float* out) {
+            apply(in, luminance(luma(in[0], in[1], in[2]), in[3]), out);
+        });
+    detail::BlurHooks hooks;
+    // Only premultiplied luma and alpha are blurred; their ratio is the surroundings' luminance.
+    hooks.prepare = [](const float* in, float* out, int count) {
+        for (int i = 0; i < 4 * count; i += 4) {
+            out[i] = luma(in[i], in[i + 1], in[i + 2]);
+            out[i + 1] = out[i + 2] = 0;
+            out[i + 3] = in[i + 3];
+        }
+    };
+    hooks.finish = [&](const float* in, const float* blurred, float* out, int count) {
+        for (int i = 0; i < 4 * count; i += 4)
+            apply(in + i, luminance(blurred[i], blurred[i + 3]), out + i);
+    };
+    return detail::gaussianBlurWith(input, {p.radius, EdgeMode::clamp}, hooks, exec);
+}
+
+}  // namespace ql::img
