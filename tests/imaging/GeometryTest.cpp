@@ -223,3 +223,22 @@ TEST(Displace, ShiftsByTheFieldAndHonoursTheMask) {
 
 }  // namespace
 }  // namespace ql::img
+
+namespace ql::img {
+namespace {
+
+TEST(GeometryBadInput, NonFinitePixelsStayLocalAndEmptyImagesPassThrough) {
+    Image a = testing::noise(30, 20, 9);
+    a.set(3, 3, {NAN, INFINITY, -INFINITY, 1});
+    const Image small = resize(a, 10, 7);
+    EXPECT_TRUE(std::isfinite(small.at(9, 6).g));  // far from the bad pixel
+    const Image moved = affineTransform(a, {1, 0, 0, 1, 0.5, 0.5});
+    EXPECT_TRUE(std::isfinite(moved.at(20, 15).r));
+    for (const Image& out : {resize(Image{}, 5, 5), affineTransform(Image{}, {2, 0, 0, 2}),
+                             perspectiveTransform(Image{}, {}), crop(Image{}, {0, 0, 1, 1}),
+                             displace(Image{}, a, {1})})
+        EXPECT_TRUE(out.empty());
+}
+
+}  // namespace
+}  // namespace ql::img
