@@ -1,4 +1,5 @@
 #include "GaussianBlur.h"
+#include "Simd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,20 +10,7 @@
 namespace ql::img {
 namespace {
 
-// One pixel, four channels, in one SIMD register.
-using v4 = float __attribute__((vector_size(16)));
-
-v4 splat(float f) {
-    return v4{f, f, f, f};
-}
-v4 load(const float* p) {
-    v4 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-void store(float* p, v4 v) {
-    std::memcpy(p, &v, sizeof v);
-}
+using namespace simd;
 
 // The 1D filter for one σ: a sampled kernel for small σ, three extended boxes for large.
 struct LineFilter {

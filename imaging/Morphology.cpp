@@ -1,4 +1,5 @@
 #include "Morphology.h"
+#include "Simd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +9,7 @@
 namespace ql::img {
 namespace {
 
-using v4 = float __attribute__((vector_size(16)));
+using namespace simd;
 
 struct Min {
     v4 operator()(v4 a, v4 b) const { return a < b ? a : b; }
@@ -50,12 +51,6 @@ void slide(const v4* row, int width, int half, Buffers& b, Op op) {
     }
     for (int x = 0; x < width; ++x)
         b.span[size_t(x)] = op(b.suf[size_t(x)], b.pre[size_t(x + 2 * half)]);
-}
-
-v4 load(const float* p) {
-    v4 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
 }
 
 // The disc as horizontal spans, grouped by width: rows first…last rows above and below the

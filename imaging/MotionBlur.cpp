@@ -1,4 +1,5 @@
 #include "MotionBlur.h"
+#include "Simd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,13 +9,7 @@
 namespace ql::img {
 namespace {
 
-using v4 = float __attribute__((vector_size(16)));
-
-v4 load(const float* p) {
-    v4 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
+using namespace simd;
 
 // One sample of the line, relative to the pixel: the top-left of its 2×2 bilinear footprint and
 // the four weights, already scaled by the sample's share of the average.

@@ -1,4 +1,5 @@
 #include "NoiseReduction.h"
+#include "Simd.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,17 +9,8 @@
 namespace ql::img {
 namespace {
 
-// Four neighbouring pixels' values of one channel: the loops run across pixels, not channels.
-using v4 = float __attribute__((vector_size(16)));
+using namespace simd;
 
-v4 splat(float f) {
-    return v4{f, f, f, f};
-}
-v4 load(const float* p) {
-    v4 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
 v4 clamp01(v4 v) {
     const v4 zero = splat(0), one = splat(1);
     v = v > zero ? v : zero;

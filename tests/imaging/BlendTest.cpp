@@ -11,19 +11,11 @@
 namespace ql::img {
 namespace {
 
+using testing::expectThreadIndependent;
 using testing::identical;
 using testing::make;
 using testing::maxDifference;
 using testing::noise;
-
-void expectThreadIndependent(const std::function<Image(const Execution&)>& op) {
-    const Image one = op(Execution{1});
-    EXPECT_FALSE(one.empty());
-    EXPECT_TRUE(identical(one, op(Execution{2})));
-    EXPECT_TRUE(identical(one, op(Execution{7})));
-    const std::atomic<bool> cancel{true};
-    EXPECT_TRUE(op(Execution{2, &cancel}).empty());
-}
 
 Pixel blendPixel(Pixel top, Pixel bottom, BlendMode mode) {
     return blend(Image::filled(1, 1, top), Image::filled(1, 1, bottom), {mode}).at(0, 0);

@@ -21,6 +21,7 @@
 namespace ql::img {
 namespace {
 
+using testing::expectThreadIndependent;
 using testing::identical;
 using testing::maxDifference;
 
@@ -35,15 +36,6 @@ Image translucent(int w, int h, unsigned seed) {
 }
 
 // The result is bit-identical for 1, 2 and 7 threads, and empty when cancelled.
-void expectThreadIndependent(const std::function<Image(const Execution&)>& op) {
-    const Image one = op(Execution{1});
-    EXPECT_FALSE(one.empty());
-    EXPECT_TRUE(identical(one, op(Execution{2})));
-    EXPECT_TRUE(identical(one, op(Execution{7})));
-    const std::atomic<bool> cancel{true};
-    EXPECT_TRUE(op(Execution{2, &cancel}).empty());
-}
-
 // Applies f to the unpremultiplied colour of every pixel the slow way, alpha kept.
 Image reference(const Image& in, const std::function<void(float*)>& f) {
     return testing::make(in.width(), in.height(), [&](int x, int y) {

@@ -28,9 +28,11 @@ TEST(ParallelFor, CoversEveryIndexOnceWhateverTheThreads) {
     for (int threads : {1, 2, 7, 64}) {
         std::vector<std::atomic<int>> hits(101);
         EXPECT_TRUE(parallelFor(0, 101, Execution{threads}, [&](int b, int e) {
-            for (int i = b; i < e; ++i) hits[size_t(i)]++;
+            for (int i = b; i < e; ++i)
+                hits[size_t(i)]++;
         }));
-        for (auto& h : hits) EXPECT_EQ(h.load(), 1);
+        for (auto& h : hits)
+            EXPECT_EQ(h.load(), 1);
     }
     EXPECT_TRUE(parallelFor(5, 5, {}, [](int, int) { FAIL(); }));
 }

@@ -13,17 +13,9 @@
 namespace ql::img {
 namespace {
 
+using testing::expectThreadIndependent;
 using testing::identical;
 using testing::noise;
-
-void expectThreadIndependent(const std::function<Image(const Execution&)>& op) {
-    const Image one = op(Execution{1});
-    EXPECT_FALSE(one.empty());
-    EXPECT_TRUE(identical(one, op(Execution{2})));
-    EXPECT_TRUE(identical(one, op(Execution{7})));
-    const std::atomic<bool> cancel{true};
-    EXPECT_TRUE(op(Execution{2, &cancel}).empty());
-}
 
 // The correlation of channel c at (x, y) with channel c2 at (x + dx, y + dy).
 double correlation(const Image& im, int c, int c2, int dx, int dy) {

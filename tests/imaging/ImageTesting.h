@@ -2,11 +2,14 @@
 #pragma once
 
 #include <algorithm>
-#include <cstring>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <random>
 
+#include <gtest/gtest.h>
+
+#include "imaging/Execution.h"
 #include "imaging/Image.h"
 
 namespace ql::img::testing {
@@ -15,7 +18,8 @@ namespace ql::img::testing {
 inline Image make(int w, int h, const std::function<Pixel(int x, int y)>& f) {
     Image image(w, h);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) image.set(x, y, f(x, y));
+        for (int x = 0; x < w; ++x)
+            image.set(x, y, f(x, y));
     return image;
 }
 
@@ -45,8 +49,19 @@ inline bool identical(const Image& a, const Image& b) {
 /// The mean of one channel (0 to 3).
 inline double mean(const Image& image, int channel) {
     double sum = 0;
-    for (size_t i = 0, n = image.pixelCount(); i < n; ++i) sum += image.data()[i * 4 + channel];
+    for (size_t i = 0, n = image.pixelCount(); i < n; ++i)
+        sum += image.data()[i * 4 + channel];
     return sum / double(image.pixelCount());
+}
+
+/// The operation gives bit-identical pixels on 1, 2 and 7 threads, and nothing when cancelled.
+inline void expectThreadIndependent(const std::function<Image(const Execution&)>& op) {
+    const Image one = op(Execution{1});
+    EXPECT_FALSE(one.empty());
+    EXPECT_TRUE(identical(one, op(Execution{2})));
+    EXPECT_TRUE(identical(one, op(Execution{7})));
+    const std::atomic<bool> cancel{true};
+    EXPECT_TRUE(op(Execution{2, &cancel}).empty());
 }
 
 }  // namespace ql::img::testing
