@@ -61,8 +61,8 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
             trilinear(cube, t, c);
         });
     }
-    const SrgbEncodeTable encode;
-    const SrgbDecodeTable decode;
+    const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
+    const SrgbDecodeTable& decode = SrgbDecodeTable::shared();
     return mapUnpremultiplied(input, exec, [&](float* c) {
         const float t[3] = {encode.clamped(c[0]) * scale, encode.clamped(c[1]) * scale,
                             encode.clamped(c[2]) * scale};

@@ -29,6 +29,11 @@ SrgbEncodeTable::SrgbEncodeTable() {
     }
 }
 
+const SrgbEncodeTable& SrgbEncodeTable::shared() {
+    static const SrgbEncodeTable table;
+    return table;
+}
+
 SrgbDecodeTable::SrgbDecodeTable() {
     nodes_.resize(kSteps + 2);
     for (int k = 0; k <= kSteps; ++k)
@@ -36,9 +41,14 @@ SrgbDecodeTable::SrgbDecodeTable() {
     nodes_[kSteps + 1] = nodes_[kSteps];  // 1 reads one node past its own
 }
 
+const SrgbDecodeTable& SrgbDecodeTable::shared() {
+    static const SrgbDecodeTable table;
+    return table;
+}
+
 Image linearToSRGB(const Image& input, const Execution& exec) {
     if (input.empty()) return input;
-    const SrgbEncodeTable encode;
+    const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
     return mapUnpremultiplied(input, exec, [&](float* c) {
         for (int i = 0; i < 3; ++i)
             c[i] = encode(c[i]);
@@ -47,7 +57,7 @@ Image linearToSRGB(const Image& input, const Execution& exec) {
 
 Image srgbToLinear(const Image& input, const Execution& exec) {
     if (input.empty()) return input;
-    const SrgbDecodeTable decode;
+    const SrgbDecodeTable& decode = SrgbDecodeTable::shared();
     return mapUnpremultiplied(input, exec, [&](float* c) {
         for (int i = 0; i < 3; ++i)
             c[i] = decode(c[i]);

@@ -25,6 +25,8 @@ float srgbDecode(float encoded);
 class SrgbEncodeTable {
   public:
     SrgbEncodeTable();
+    /// The one table of the process, built on first use; immutable, so threads share it.
+    static const SrgbEncodeTable& shared();
     /// Encoded value of `linear` clamped to [0, 1]; NaN gives 0.
     float clamped(float linear) const {
         if (!(linear > 0)) return 0;
@@ -55,6 +57,8 @@ class SrgbEncodeTable {
 class SrgbDecodeTable {
   public:
     SrgbDecodeTable();
+    /// The one table of the process, built on first use; immutable, so threads share it.
+    static const SrgbDecodeTable& shared();
     float operator()(float encoded) const {
         if (!(encoded >= 0 && encoded <= 1)) return srgbDecode(encoded);
         const float t = encoded * kSteps;
