@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "PixelMap.h"
-#include "PixelMap.h"
 
 namespace ql::img {
 

@@ -14,7 +14,7 @@ Image crop(const Image& input, const PixelRect& r, const Execution& exec) {
         std::min<long long>((long long)r.y + std::max(r.height, 0), input.height());
     if (x1 <= x0 || y1 <= y0) return {};
     if (x0 == 0 && y0 == 0 && x1 == input.width() && y1 == input.height()) return input;
-    Image out(int(x1 - x0), int(y1 - y0));
+    Image out = Image::forOverwrite(int(x1 - x0), int(y1 - y0));
     const size_t rowBytes = size_t(out.width()) * 4 * sizeof(float);
     const bool done = parallelFor(0, out.height(), exec, [&](int a, int b) {
         for (int y = a; y < b; ++y)

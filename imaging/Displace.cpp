@@ -25,7 +25,7 @@ Image run(const Image& input, const Image& field, const Image* mask, const Displ
     if (mask && (mask->width() != input.width() || mask->height() != input.height())) return input;
     const float sx = float(field.width()) / float(input.width());
     const float sy = float(field.height()) / float(input.height());
-    Image out(input.width(), input.height());
+    Image out = Image::forOverwrite(input.width(), input.height());
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
         float offset[2];
         for (int y = y0; y < y1; ++y) {

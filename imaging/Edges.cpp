@@ -9,7 +9,7 @@ Image edges(const Image& input, const EdgesParams& p, const Execution& exec) {
     const float k = p.intensity;
     if (input.empty() || k == 0 || !std::isfinite(k)) return input;
     const int w = input.width(), h = input.height();
-    Image out(w, h);
+    Image out = Image::forOverwrite(w, h);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             const float* up = input.row(std::max(y - 1, 0));

@@ -34,7 +34,8 @@ bool parallelFor(int first, int last, const Execution& exec,
     } else {
         std::vector<std::jthread> pool;
         pool.reserve(size_t(threads - 1));
-        for (int t = 1; t < threads; ++t) pool.emplace_back(worker);
+        for (int t = 1; t < threads; ++t)
+            pool.emplace_back(worker);
         worker();
     }
     return !exec.cancelled();

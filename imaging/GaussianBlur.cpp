@@ -207,7 +207,7 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
     Pass horizontal{input.data(), w, h, across.get()};
     if (hooks.prepare) horizontal.prepare = &hooks.prepare;
     if (!runPass(horizontal, f, p.edges, exec)) return Image{};
-    Image out(w, h);
+    Image out = Image::forOverwrite(w, h);
     Pass vertical{across.get(), h, w, out.data()};
     if (hooks.finish) vertical.finish = &hooks.finish, vertical.original = input.data();
     if (!runPass(vertical, f, p.edges, exec)) return Image{};

@@ -10,7 +10,7 @@ namespace {
 // map, so the rows are spread with the parallel loop itself.
 template <class T>
 Image fill(int width, int height, Pixel c0, Pixel c1, const Execution& exec, T&& t) {
-    Image out(width, height);
+    Image out = Image::forOverwrite(width, height);
     if (out.empty()) return out;
     const bool done = parallelFor(0, height, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {

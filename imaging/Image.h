@@ -16,13 +16,16 @@ struct Pixel {
 /// the image, before it hands it out; after that an image is immutable, so returning the input
 /// unchanged costs nothing.
 class Image {
-public:
+  public:
     Image() = default;
     /// A new image of the given size, every channel 0 (transparent black). Sizes below 1 give an
     /// empty image.
     Image(int width, int height);
     /// A new image filled with one colour.
     static Image filled(int width, int height, Pixel colour);
+    /// A new image whose pixels are left unset, for an operation that writes every one of them:
+    /// clearing first would cost a pass over memory.
+    static Image forOverwrite(int width, int height);
 
     int width() const { return width_; }
     int height() const { return height_; }
@@ -49,7 +52,10 @@ public:
     /// True when both handles share the same pixels (the "input returned untouched" case).
     bool sharesPixelsWith(const Image& other) const { return data_ == other.data_; }
 
-private:
+  private:
+    struct Unset {};
+    Image(int width, int height, Unset);
+
     int width_ = 0;
     int height_ = 0;
     std::shared_ptr<float[]> data_;
@@ -57,6 +63,8 @@ private:
 
 /// Luma weights of linear sRGB (Rec. 709).
 inline constexpr float lumaR = 0.2126f, lumaG = 0.7152f, lumaB = 0.0722f;
-inline float luma(float r, float g, float b) { return lumaR * r + lumaG * g + lumaB * b; }
+inline float luma(float r, float g, float b) {
+    return lumaR * r + lumaG * g + lumaB * b;
+}
 
 }  // namespace ql::img

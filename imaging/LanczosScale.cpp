@@ -67,7 +67,7 @@ Image resize(const Image& input, int width, int height, const Execution& exec) {
     const Taps tx = taps(input.width(), width);
     const int inW = input.width();
 
-    Image mid(inW, height);
+    Image mid = Image::forOverwrite(inW, height);
     bool done = parallelFor(0, height, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             float* out = mid.row(y);
@@ -85,7 +85,7 @@ Image resize(const Image& input, int width, int height, const Execution& exec) {
     });
     if (!done) return {};
 
-    Image out(width, height);
+    Image out = Image::forOverwrite(width, height);
     done = parallelFor(0, height, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             const float* in = mid.row(y);

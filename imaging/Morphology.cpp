@@ -134,7 +134,7 @@ Image morphology(const Image& input, const MorphologyParams& p, const Execution&
             }))
             return Image{};
     }
-    Image out(w, h);
+    Image out = Image::forOverwrite(w, h);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
         Buffers b(w);
         Fold<Min> lo(wantMin ? w : 0);

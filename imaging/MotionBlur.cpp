@@ -42,7 +42,7 @@ Image motionBlur(const Image& input, const MotionBlurParams& p, const Execution&
     const std::vector<Tap> taps =
         lineTaps(std::min(double(p.radius), double(input.longEdge())), p.angle);
     const int w = input.width(), h = input.height();
-    Image out(w, h);
+    Image out = Image::forOverwrite(w, h);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
         // Taps outer, pixels inner: one row of sums stays in cache while source rows stream.
         std::vector<v4> sum(size_t(w), v4{});

@@ -119,7 +119,7 @@ Image noiseReduction(const Image& input, const NoiseReductionParams& p, const Ex
             s.spatial[dy + reach][dx + reach] = float(std::exp(-(dx * dx + dy * dy) / 4.5) / sum);
 
     const int w = input.width(), h = input.height();
-    Image out(w, h);
+    Image out = Image::forOverwrite(w, h);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
         // A ring of the rows around the current one, each converted once.
         std::vector<Row> store(side, Row(w));

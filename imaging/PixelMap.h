@@ -10,7 +10,7 @@ namespace ql::img {
 /// floats each. Returns an empty image when cancelled.
 template <class F>
 Image mapPixels(const Image& input, const Execution& exec, F&& f) {
-    Image out(input.width(), input.height());
+    Image out = Image::forOverwrite(input.width(), input.height());
     const int w = input.width();
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
@@ -26,7 +26,7 @@ Image mapPixels(const Image& input, const Execution& exec, F&& f) {
 /// out = f(a, b) for two images of the same size; the caller checks the sizes.
 template <class F>
 Image mapPixels2(const Image& a, const Image& b, const Execution& exec, F&& f) {
-    Image out(a.width(), a.height());
+    Image out = Image::forOverwrite(a.width(), a.height());
     const int w = a.width();
     const bool done = parallelFor(0, a.height(), exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {

@@ -21,7 +21,7 @@ float unit(uint64_t h) {
 }  // namespace
 
 Image randomGenerator(const RandomParams& p, const Execution& exec) {
-    Image out(p.width, p.height);
+    Image out = Image::forOverwrite(p.width, p.height);
     if (out.empty()) return out;
     const uint64_t seedKey = mix(uint64_t(p.seed) * kGolden + kGolden);
     // No input to map, so the rows are spread with the parallel loop itself.

@@ -36,7 +36,7 @@ inline void sample(const Image& in, double x, double y, EdgeMode edges, float* o
 /// Output pixel centres through a 3×3 inverse map back into the input.
 Image warp(const Image& input, const std::array<double, 9>& inv, int outW, int outH, EdgeMode edges,
            const Execution& exec) {
-    Image out(outW, outH);
+    Image out = Image::forOverwrite(outW, outH);
     const bool done = parallelFor(0, outH, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             float* o = out.row(y);

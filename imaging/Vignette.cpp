@@ -18,7 +18,7 @@ Image vignette(const Image& input, const VignetteParams& p, const Execution& exe
         const float u = (d - radius) / width;
         return u * u * (3 - 2 * u);
     };
-    Image out(input.width(), input.height());
+    Image out = Image::forOverwrite(input.width(), input.height());
     // The gain depends on the position, which the per-pixel map does not give, so the rows are
     // spread with the parallel loop itself.
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
