@@ -65,6 +65,19 @@ constexpr std::array<ChangeRow, 38> rows{{
     {ChangeRow::anyOf, {"restore"}, "Phục hồi ảnh cũ"},
 }};
 
+/// The rows' fields, looked up by key once rather than on every call.
+using RowFields = std::array<const AdjustmentField*, 9>;
+const std::array<RowFields, rows.size()>& rowFields() {
+    static const auto resolved = [] {
+        std::array<RowFields, rows.size()> fields{};
+        for (size_t r = 0; r < rows.size(); ++r)
+            for (size_t k = 0; k < rows[r].keys.size(); ++k)
+                if (!rows[r].keys[k].empty()) fields[r][k] = adjustmentField(rows[r].keys[k]);
+        return fields;
+    }();
+    return resolved;
+}
+
 /// A signed difference: "+" when positive, rounded to `decimals`; Vietnamese uses a comma.
 std::string signedNumber(double difference, int decimals, AppLanguage language) {
     char text[64];
@@ -107,15 +120,17 @@ std::string Adjustments::changes(const Adjustments& old) const {
 
 std::string Adjustments::changes(const Adjustments& old, AppLanguage language) const {
     std::vector<std::string> items;
-    for (const auto& row : rows) {
+    for (size_t r = 0; r < rows.size(); ++r) {
+        const ChangeRow& row = rows[r];
+        const RowFields& fields = rowFields()[r];
         bool differs = false;
-        for (std::string_view key : row.keys)
-            if (!key.empty() && !adjustmentField(key)->equal(*this, old)) differs = true;
+        for (const AdjustmentField* f : fields)
+            if (f && !f->equal(*this, old)) differs = true;
         if (!differs) continue;
 
         switch (row.kind) {
             case ChangeRow::number: {
-                const AdjustmentField* f = adjustmentField(row.keys[0]);
+                const AdjustmentField* f = fields[0];
                 const double difference = f->number(*this).value_or(0) - f->number(old).value_or(0);
                 if (std::abs(difference) > 0.0001)
                     items.push_back(localized(f->label, language) + " " +
