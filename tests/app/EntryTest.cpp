@@ -6,6 +6,9 @@
 #include <fstream>
 #include <sstream>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "app/Entry.h"
 
 namespace ql {
