@@ -1,10 +1,15 @@
 #include "HeadlessRender.h"
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include "render/ImageSource.h"
+#include "render/ImageWriter.h"
 
 namespace ql::HeadlessRender {
 namespace {
@@ -72,8 +77,34 @@ int run(const Arguments& args, Console& console) {
         }
         adjustments = std::move(*decoded);
     }
-    console.err << "failed: opening photos (the image source) is not built yet\n";
-    return exitFailed;
+    const auto started = std::chrono::steady_clock::now();
+    const auto failed = [&](const std::string& why) {
+        console.err << "failed: " << why << "\n";
+        return exitFailed;
+    };
+    try {
+        ImageSource source(args[0], 2400);
+        std::string error;
+        // The develop pipeline joins here; until then the decoded picture is written as it is.
+        const img::Image picture = source.fullBase(adjustments, &error);
+        if (picture.empty()) return failed(error.empty() ? "the photo gave no picture" : error);
+        writeImage(picture, args[1], exportFormatForPath(args[1]), 92, source.properties());
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        const std::string name = std::filesystem::path(args[1]).filename().string();
+        char line[64];
+        std::snprintf(line, sizeof line, " %.0fx%.0f raw=%s in %.2fs\n",
+                      double(source.fullSize().width), double(source.fullSize().height),
+                      source.isRAW() ? "yes" : "no", seconds);
+        console.out << "ok " << name << line;
+        return exitDone;
+    } catch (const ImageSourceError& e) {
+        return failed(e.what());
+    } catch (const std::bad_alloc&) {
+        return failed("not enough memory for this photo");
+    } catch (const std::exception& e) {
+        return failed(e.what());
+    }
 }
 
 }  // namespace ql::HeadlessRender

@@ -21,6 +21,8 @@ packages=(
   # tests and benchmarks
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   hyperfine libimage-exiftool-perl xvfb xauth python3
+  # peers the benchmarks compare against
+  libraw-bin libvips-tools
 )
 
 missing=()

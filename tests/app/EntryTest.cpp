@@ -138,12 +138,13 @@ TEST(Render, HugeAdjustmentsAreRefusedBeforeReading) {
 
 TEST(Render, GoodAdjustmentsReachTheRenderer) {
     // An empty object and a forgiving partial record both decode; what stops the command is the
-    // missing image source, with status 1 as for any photo that can't be opened.
+    // photo that isn't there, with status 1 as for any photo that can't be opened.
     for (const char* contents : {"{}", "{\"exposure\": \"high\", \"quarterTurns\": 7}"}) {
         TempFile file(contents);
-        const Outcome r = run({"q", "--render", "in.jpg", "out.jpg", file.path()});
+        const Outcome r = run({"q", "--render", "no-such-photo.jpg", "out.jpg", file.path()});
         EXPECT_EQ(r.status, 1);
         EXPECT_EQ(r.err.rfind("failed: ", 0), 0u) << r.err;
+        EXPECT_NE(r.err.find("no-such-photo.jpg"), std::string::npos) << r.err;
     }
 }
 

@@ -1,0 +1,297 @@
+#include "JpegCodec.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csetjmp>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+#include <jpeglib.h>
+// After jpeglib.h, which it needs.
+#include <jerror.h>
+
+#include "AtomicFile.h"
+#include "DecodeError.h"
+#include "InputColour.h"
+#include "OutputSamples.h"
+
+namespace ql::img {
+namespace {
+
+// libjpeg reports errors through a callback that must not return: it jumps back to the frame
+// that started the work. Everything that frame touches after setjmp lives in a session object on
+// the heap, so nothing is left indeterminate by the jump.
+struct ErrorManager {
+    jpeg_error_mgr base{};
+    std::jmp_buf jump{};
+    char message[JMSG_LENGTH_MAX] = {};
+};
+
+void onError(j_common_ptr info) {
+    auto* e = reinterpret_cast<ErrorManager*>(info->err);
+    (*info->err->format_message)(info, e->message);
+    std::longjmp(e->jump, 1);
+}
+
+// Warnings stay quiet, except the end of data before the end of the picture: a truncated file
+// is damaged, and decoding on would only paint grey.
+void onMessage(j_common_ptr info, int level) {
+    if (level < 0 && info->err->msg_code == JWRN_JPEG_EOF) onError(info);
+}
+
+void installErrors(ErrorManager& e) {
+    jpeg_std_error(&e.base);
+    e.base.error_exit = onError;
+    e.base.emit_message = onMessage;
+}
+
+/// Rows published by one thread and consumed by another, in order.
+struct RowProgress {
+    std::atomic<int> ready{0};
+    std::atomic<bool> stop{false};
+    void publish(int rows) {
+        ready.store(rows, std::memory_order_release);
+        ready.notify_one();
+    }
+    /// Waits until more than `have` rows are ready; returns how many, or -1 when stopped.
+    int waitBeyond(int have) {
+        for (;;) {
+            if (stop.load(std::memory_order_acquire)) return -1;
+            const int n = ready.load(std::memory_order_acquire);
+            if (n > have) return n;
+            ready.wait(n, std::memory_order_acquire);
+        }
+    }
+    void halt() {
+        stop.store(true, std::memory_order_release);
+        ready.fetch_add(1, std::memory_order_release);  // wakes a waiter whatever it waits for
+        ready.notify_all();
+    }
+};
+
+struct DecodeSession {
+    jpeg_decompress_struct info{};
+    ErrorManager errors;
+    bool created = false;
+    std::vector<uint8_t> samples;  // decoded rows, all of them
+    int rowBytes = 0;
+    std::unique_ptr<InputColour> colour;
+    Image image;
+    RowProgress progress;
+    std::jthread converter;
+
+    ~DecodeSession() {
+        if (converter.joinable()) {
+            progress.halt();
+            converter.join();
+        }
+        if (created) jpeg_destroy_decompress(&info);
+    }
+};
+
+std::vector<uint8_t> readIcc(j_decompress_ptr info) {
+    JOCTET* data = nullptr;
+    unsigned int size = 0;
+    std::vector<uint8_t> icc;
+    if (jpeg_read_icc_profile(info, &data, &size) && data) icc.assign(data, data + size);
+    std::free(data);
+    return icc;
+}
+
+// Converts decoded rows into the image as they arrive.
+void convertRows(DecodeSession* s) {
+    const int height = s->image.height(), width = s->image.width();
+    int done = 0;
+    while (done < height) {
+        const int ready = s->progress.waitBeyond(done);
+        if (ready < 0) return;
+        for (; done < std::min(ready, height); ++done)
+            s->colour->convertRow(s->samples.data() + size_t(done) * size_t(s->rowBytes), width,
+                                  s->image.row(done));
+    }
+}
+
+bool readHeader(DecodeSession* s, std::span<const uint8_t> bytes) {
+    if (setjmp(s->errors.jump)) return false;
+    jpeg_create_decompress(&s->info);
+    s->created = true;
+    jpeg_mem_src(&s->info, bytes.data(), static_cast<unsigned long>(bytes.size()));
+    jpeg_save_markers(&s->info, JPEG_APP0 + 2, 0xFFFF);
+    jpeg_read_header(&s->info, TRUE);
+    return true;
+}
+
+bool decode(DecodeSession* s, int reduction, bool parallel) {
+    if (setjmp(s->errors.jump)) return false;
+    jpeg_decompress_struct& info = s->info;
+    SampleLayout layout;
+    switch (info.jpeg_color_space) {
+        case JCS_GRAYSCALE:
+            info.out_color_space = JCS_GRAYSCALE, layout.channels = 1;
+            break;
+        case JCS_CMYK:
+        case JCS_YCCK:
+            info.out_color_space = JCS_CMYK, layout.channels = 4, layout.cmyk = true;
+            layout.invertedCmyk = info.saw_Adobe_marker;
+            break;
+        default:
+            info.out_color_space = JCS_RGB, layout.channels = 3;
+            break;
+    }
+    info.scale_num = 1;
+    info.scale_denom = unsigned(reduction);
+    jpeg_calc_output_dimensions(&info);
+    checkDimensions(info.output_width, info.output_height);
+    s->colour = std::make_unique<InputColour>(InputColour::fromIcc(readIcc(&info), layout));
+    s->rowBytes = int(info.output_width) * layout.channels;
+    s->samples.resize(size_t(s->rowBytes) * info.output_height);
+    s->image = Image::forOverwrite(int(info.output_width), int(info.output_height));
+    jpeg_start_decompress(&info);
+    if (parallel) s->converter = std::jthread(convertRows, s);
+    while (info.output_scanline < info.output_height) {
+        JSAMPROW rows[16];
+        const int want = std::min<int>(16, int(info.output_height - info.output_scanline));
+        for (int i = 0; i < want; ++i)
+            rows[i] = s->samples.data() +
+                      size_t(info.output_scanline + unsigned(i)) * size_t(s->rowBytes);
+        jpeg_read_scanlines(&info, rows, JDIMENSION(want));
+        if (parallel) s->progress.publish(int(info.output_scanline));
+    }
+    jpeg_finish_decompress(&info);
+    return true;
+}
+
+}  // namespace
+
+JpegHeader readJpegHeader(std::span<const uint8_t> bytes) {
+    auto s = std::make_unique<DecodeSession>();
+    installErrors(s->errors);
+    s->info.err = &s->errors.base;
+    if (!readHeader(s.get(), bytes)) throw DecodeError(s->errors.message);
+    return {int(s->info.image_width), int(s->info.image_height)};
+}
+
+int jpegReductionFor(int width, int height, int targetLongEdge) {
+    const int longEdge = std::max(width, height);
+    int reduction = 1;
+    while (reduction < 8 && longEdge / (reduction * 2) >= targetLongEdge)
+        reduction *= 2;
+    return reduction;
+}
+
+Image decodeJpeg(std::span<const uint8_t> bytes, int reduction, const Execution& exec) {
+    if (reduction != 1 && reduction != 2 && reduction != 4 && reduction != 8) reduction = 1;
+    auto s = std::make_unique<DecodeSession>();
+    installErrors(s->errors);
+    s->info.err = &s->errors.base;
+    if (!readHeader(s.get(), bytes)) throw DecodeError(s->errors.message);
+    checkDimensions(s->info.image_width, s->info.image_height);
+    const bool parallel = exec.threadCount() > 1;
+    if (!decode(s.get(), reduction, parallel)) throw DecodeError(s->errors.message);
+    if (parallel)
+        s->converter.join();
+    else
+        for (int y = 0; y < s->image.height(); ++y)
+            s->colour->convertRow(s->samples.data() + size_t(y) * size_t(s->rowBytes),
+                                  s->image.width(), s->image.row(y));
+    if (exec.cancelled()) return {};
+    return std::move(s->image);
+}
+
+namespace {
+
+struct EncodeSession {
+    jpeg_compress_struct info{};
+    ErrorManager errors;
+    bool created = false;
+    unsigned char* buffer = nullptr;
+    unsigned long size = 0;
+    std::vector<uint8_t> samples;
+    RowProgress progress;
+    std::jthread converter;
+
+    ~EncodeSession() {
+        if (converter.joinable()) {
+            progress.halt();
+            converter.join();
+        }
+        if (created) jpeg_destroy_compress(&info);
+        std::free(buffer);
+    }
+};
+
+// Runs ahead of the encoder, turning float rows into 8-bit rows in batches.
+void quantizeRows(EncodeSession* s, const Image* image, int batch) {
+    const int w = image->width();
+    for (int y0 = 0; y0 < image->height(); y0 += batch) {
+        if (s->progress.stop.load(std::memory_order_acquire)) return;
+        const int y1 = std::min(image->height(), y0 + batch);
+        for (int y = y0; y < y1; ++y)
+            toSrgb8(image->row(y), w, s->samples.data() + size_t(y) * size_t(w) * 3, 3);
+        s->progress.publish(y1);
+    }
+}
+
+bool encode(EncodeSession* s, const Image* image, const JpegWriteOptions* o, bool parallel) {
+    if (setjmp(s->errors.jump)) return false;
+    jpeg_compress_struct& info = s->info;
+    jpeg_create_compress(&info);
+    s->created = true;
+    jpeg_mem_dest(&info, &s->buffer, &s->size);
+    info.image_width = JDIMENSION(image->width());
+    info.image_height = JDIMENSION(image->height());
+    info.input_components = 3;
+    info.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&info);
+    jpeg_set_quality(&info, std::clamp(o->quality, 1, 100), TRUE);
+    // Chroma at full resolution from quality 90 up, where the file is meant to keep fine
+    // colour edges (red vestments on white); halved both ways below.
+    const int chroma = o->quality >= 90 ? 1 : 2;
+    info.comp_info[0].h_samp_factor = chroma, info.comp_info[0].v_samp_factor = chroma;
+    info.dct_method = JDCT_ISLOW;
+    info.write_JFIF_header = o->exif.empty();
+    jpeg_start_compress(&info, TRUE);
+    if (!o->exif.empty() && o->exif.size() <= 65533)
+        jpeg_write_marker(&info, JPEG_APP0 + 1, o->exif.data(), unsigned(o->exif.size()));
+    if (!o->icc.empty()) jpeg_write_icc_profile(&info, o->icc.data(), unsigned(o->icc.size()));
+    const int w = image->width();
+    if (parallel)
+        s->converter = std::jthread(quantizeRows, s, image, 32);
+    else
+        quantizeRows(s, image, image->height());
+    int ready = parallel ? 0 : image->height();
+    while (info.next_scanline < info.image_height) {
+        if (int(info.next_scanline) >= ready)
+            ready = s->progress.waitBeyond(int(info.next_scanline));
+        JSAMPROW row = s->samples.data() + size_t(info.next_scanline) * size_t(w) * 3;
+        jpeg_write_scanlines(&info, &row, 1);
+    }
+    jpeg_finish_compress(&info);
+    return true;
+}
+
+}  // namespace
+
+std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& options,
+                                const Execution& exec) {
+    if (image.empty()) throw std::runtime_error("there is no image to write");
+    auto s = std::make_unique<EncodeSession>();
+    installErrors(s->errors);
+    s->info.err = &s->errors.base;
+    s->samples.resize(image.pixelCount() * 3);
+    if (!encode(s.get(), &image, &options, exec.threadCount() > 1))
+        throw std::runtime_error(s->errors.message);
+    return std::vector<uint8_t>(s->buffer, s->buffer + s->size);
+}
+
+void writeJpeg(const Image& image, const std::string& path, const JpegWriteOptions& options,
+               const Execution& exec) {
+    const std::vector<uint8_t> bytes = encodeJpeg(image, options, exec);
+    AtomicFile file(path);
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file.stream()) != bytes.size())
+        throw std::runtime_error("the disk refused the data");
+    file.commit();
+}
+
+}  // namespace ql::img

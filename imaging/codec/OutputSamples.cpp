@@ -1,0 +1,63 @@
+#include "OutputSamples.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "imaging/SrgbTransfer.h"
+
+namespace ql::img {
+namespace {
+
+// Linear light in 1/65536 steps to an 8-bit code: the steps are fine enough that even the
+// steep start of the curve (12.92 × 1/65536 of full scale) moves the code by a twentieth.
+class EightBitTable {
+  public:
+    EightBitTable() : codes_(kSize + 1) {
+        for (int i = 0; i <= kSize; ++i)
+            codes_[size_t(i)] = uint8_t(std::lround(srgbEncode(float(i) / kSize) * 255));
+    }
+    uint8_t operator()(float linear) const {
+        if (!(linear > 0)) return 0;
+        if (linear >= 1) return 255;
+        return codes_[size_t(linear * kSize + 0.5f)];
+    }
+
+  private:
+    static constexpr int kSize = 65536;
+    std::vector<uint8_t> codes_;
+};
+
+const EightBitTable& eightBit() {
+    static const EightBitTable table;
+    return table;
+}
+
+// Alpha below 1: undo the premultiplication; transparent pixels are black.
+inline float unpremultiplied(float c, float a) {
+    return a >= 1 ? c : a > 0 ? c / a : 0;
+}
+
+}  // namespace
+
+void toSrgb8(const float* rgba, int width, uint8_t* out, int channels) {
+    const EightBitTable& code = eightBit();
+    for (int x = 0; x < width; ++x, rgba += 4, out += channels) {
+        const float a = rgba[3];
+        for (int c = 0; c < 3; ++c)
+            out[c] = code(unpremultiplied(rgba[c], a));
+        if (channels == 4) out[3] = uint8_t(std::lround(std::clamp(a, 0.0f, 1.0f) * 255));
+    }
+}
+
+void toSrgb16(const float* rgba, int width, uint16_t* out, int channels) {
+    const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
+    for (int x = 0; x < width; ++x, rgba += 4, out += channels) {
+        const float a = rgba[3];
+        for (int c = 0; c < 3; ++c)
+            out[c] = uint16_t(encode.clamped(unpremultiplied(rgba[c], a)) * 65535 + 0.5f);
+        if (channels == 4) out[3] = uint16_t(std::clamp(a, 0.0f, 1.0f) * 65535 + 0.5f);
+    }
+}
+
+}  // namespace ql::img

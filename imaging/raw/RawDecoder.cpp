@@ -1,0 +1,220 @@
+#include "RawDecoder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include <libraw/libraw.h>
+
+#include "imaging/codec/DecodeError.h"
+
+namespace ql::img {
+
+struct RawDecoder::Impl {
+    LibRaw raw;
+    bool unpacked = false;
+};
+
+RawDecoder::RawDecoder() : impl_(std::make_unique<Impl>()) {}
+RawDecoder::~RawDecoder() = default;
+
+namespace {
+
+// LibRaw's flip codes to EXIF orientation values.
+int orientationOfFlip(int flip) {
+    switch (flip) {
+        case 1:
+            return 2;
+        case 2:
+            return 4;
+        case 3:
+            return 3;
+        case 4:
+            return 5;
+        case 5:
+            return 8;
+        case 6:
+            return 6;
+        case 7:
+            return 7;
+        default:
+            return 1;
+    }
+}
+
+bool usable(const float* m, int n) {
+    bool any = false;
+    for (int i = 0; i < n; ++i) {
+        if (!std::isfinite(m[i])) return false;
+        any = any || m[i] != 0;
+    }
+    return any;
+}
+
+Matrix3 matrixOf(const float m[][3]) {
+    Matrix3 out{};
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c)
+            out[size_t(r * 3 + c)] = m[r][c];
+    return out;
+}
+
+// XYZ (D65) to linear sRGB, for cameras LibRaw has no matrix for: their own RGB is then taken as
+// roughly sRGB, which at least keeps the white balance model monotonic.
+constexpr Matrix3 kXyzToSrgb{3.2404542, -1.5371385, -0.4985314, -0.9692660, 1.8760108,
+                             0.0415560, 0.0556434,  -0.2040259, 1.0572252};
+
+CameraCalibration calibrationOf(const libraw_data_t& d) {
+    CameraCalibration cal;
+    const auto& dng = d.rawdata.color.dng_color;
+    if (d.idata.dng_version && usable(&dng[0].colormatrix[0][0], 9)) {
+        cal.colorMatrix1 = matrixOf(dng[0].colormatrix);
+        const double k1 = illuminantKelvin(dng[0].illuminant);
+        cal.illuminant1 = k1 > 0 ? k1 : 6504;
+        if (dng[1].illuminant != 65535 && usable(&dng[1].colormatrix[0][0], 9)) {
+            cal.colorMatrix2 = matrixOf(dng[1].colormatrix);
+            const double k2 = illuminantKelvin(dng[1].illuminant);
+            cal.illuminant2 = k2 > 0 ? k2 : 6504;
+        }
+        return cal;
+    }
+    if (usable(&d.color.cam_xyz[0][0], 9)) {
+        cal.colorMatrix1 = matrixOf(d.color.cam_xyz);
+        cal.illuminant1 = 6504;
+        return cal;
+    }
+    cal.colorMatrix1 = kXyzToSrgb;
+    cal.illuminant1 = 6504;
+    return cal;
+}
+
+std::array<double, 3> normalisedMultipliers(const float* m) {
+    if (!(m[0] > 0 && m[1] > 0 && m[2] > 0) || !std::isfinite(m[0] + m[1] + m[2])) return {};
+    return {double(m[0]) / m[1], 1.0, double(m[2]) / m[1]};
+}
+
+std::string trimmed(const char* s) {
+    std::string t(s);
+    const auto first = t.find_first_not_of(' ');
+    if (first == std::string::npos) return {};
+    return t.substr(first, t.find_last_not_of(' ') - first + 1);
+}
+
+}  // namespace
+
+std::unique_ptr<RawDecoder> RawDecoder::open(const std::string& path) {
+    std::unique_ptr<RawDecoder> d(new RawDecoder());
+    LibRaw& raw = d->impl_->raw;
+    if (raw.open_file(path.c_str()) != LIBRAW_SUCCESS) return nullptr;
+    const libraw_data_t& data = raw.imgdata;
+    if (data.sizes.raw_width == 0 || data.sizes.width == 0 || data.idata.colors < 1) return nullptr;
+    checkDimensions(data.sizes.raw_width, data.sizes.raw_height);
+    checkDimensions(data.sizes.width, data.sizes.height);
+
+    RawFacts& f = d->facts_;
+    f.orientation = orientationOfFlip(data.sizes.flip);
+    const bool swap = data.sizes.flip & 4;
+    f.width = swap ? data.sizes.height : data.sizes.width;
+    f.height = swap ? data.sizes.width : data.sizes.height;
+    f.asShotMultipliers = normalisedMultipliers(data.color.cam_mul);
+    if (f.asShotMultipliers[1] == 0)
+        f.asShotMultipliers = normalisedMultipliers(data.color.pre_mul);
+    if (f.asShotMultipliers[1] == 0) f.asShotMultipliers = {1, 1, 1};
+    f.calibration = calibrationOf(data);
+    f.make = trimmed(data.idata.make);
+    f.model = trimmed(data.idata.model);
+    f.lens = trimmed(data.lens.Lens);
+    if (f.lens.empty()) f.lens = trimmed(data.lens.makernotes.Lens);
+    f.focalLength = data.other.focal_len;
+    f.aperture = data.other.aperture;
+    f.iso = int(std::lround(data.other.iso_speed));
+    return d;
+}
+
+Image RawDecoder::develop(const std::array<double, 3>& multipliers, bool halfSize,
+                          const Execution& exec) {
+    std::lock_guard lock(mutex_);
+    LibRaw& raw = impl_->raw;
+    if (!impl_->unpacked) {
+        const int r = raw.unpack();
+        if (r != LIBRAW_SUCCESS) throw DecodeError(libraw_strerror(r));
+        impl_->unpacked = true;
+    }
+    libraw_output_params_t& p = raw.imgdata.params;
+    p.half_size = halfSize ? 1 : 0;
+    for (int i = 0; i < 4; ++i)
+        p.user_mul[i] = float(multipliers[size_t(i == 3 ? 1 : i)]);
+    p.use_camera_wb = 0;
+    p.use_auto_wb = 0;
+    p.use_camera_matrix = 1;
+    p.output_color = 1;  // sRGB primaries; the samples stay linear
+    p.output_bps = 16;
+    p.no_auto_bright = 1;
+    p.highlight = 0;
+    p.user_flip = -1;
+    p.user_qual = 3;
+    const int r = raw.dcraw_process();
+    if (r != LIBRAW_SUCCESS) throw DecodeError(libraw_strerror(r));
+    if (exec.cancelled()) return {};
+
+    const libraw_data_t& d = raw.imgdata;
+    const int w = d.sizes.iwidth, h = d.sizes.iheight;
+    if (!d.image || w < 1 || h < 1) throw DecodeError("the RAW file gave no pixels");
+    const int orientation = orientationOfFlip(d.sizes.flip);
+    const bool swap = orientation >= 5;
+    const int ow = swap ? h : w, oh = swap ? w : h;
+    Image out = Image::forOverwrite(ow, oh);
+    const auto* image = d.image;
+    constexpr float kScale = 1.0f / 65535;
+    const bool ok = parallelFor(0, oh, exec, [&](int y0, int y1) {
+        for (int oy = y0; oy < y1; ++oy) {
+            float* dst = out.row(oy);
+            for (int ox = 0; ox < ow; ++ox, dst += 4) {
+                int sx, sy;
+                switch (orientation) {
+                    case 2:
+                        sx = w - 1 - ox, sy = oy;
+                        break;
+                    case 3:
+                        sx = w - 1 - ox, sy = h - 1 - oy;
+                        break;
+                    case 4:
+                        sx = ox, sy = h - 1 - oy;
+                        break;
+                    case 5:
+                        sx = oy, sy = ox;
+                        break;
+                    case 6:
+                        sx = oy, sy = h - 1 - ox;
+                        break;
+                    case 7:
+                        sx = w - 1 - oy, sy = h - 1 - ox;
+                        break;
+                    case 8:
+                        sx = w - 1 - oy, sy = ox;
+                        break;
+                    default:
+                        sx = ox, sy = oy;
+                        break;
+                }
+                const auto* px = image[size_t(sy) * size_t(w) + size_t(sx)];
+                dst[0] = px[0] * kScale, dst[1] = px[1] * kScale, dst[2] = px[2] * kScale;
+                dst[3] = 1;
+            }
+        }
+    });
+    return ok ? out : Image();
+}
+
+std::vector<uint8_t> RawDecoder::embeddedJpeg() {
+    std::lock_guard lock(mutex_);
+    LibRaw& raw = impl_->raw;
+    if (raw.unpack_thumb() != LIBRAW_SUCCESS) return {};
+    const libraw_thumbnail_t& t = raw.imgdata.thumbnail;
+    if (t.tformat != LIBRAW_THUMBNAIL_JPEG || !t.thumb || t.tlength < 4) return {};
+    const auto* bytes = reinterpret_cast<const uint8_t*>(t.thumb);
+    if (bytes[0] != 0xFF || bytes[1] != 0xD8) return {};
+    return std::vector<uint8_t>(bytes, bytes + t.tlength);
+}
+
+}  // namespace ql::img

@@ -1,0 +1,347 @@
+#include "imaging/codec/Metadata.h"
+
+#include <turbojpeg.h>
+#include <exiv2/exiv2.hpp>
+
+#include <atomic>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/DngWriter.h"
+#include "tests/support/Fixtures.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using ql::img::Metadata;
+using Bytes = std::vector<uint8_t>;
+using Tags = std::vector<std::pair<std::string, std::string>>;
+
+#ifdef QL_SAMPLES_DIR
+const fs::path kSamples = QL_SAMPLES_DIR;
+#else
+const fs::path kSamples = fs::path(__FILE__).parent_path() / "../../../resources/samples";
+#endif
+const fs::path kCanon = kSamples / "three_men_night_flash.jpg";  // IXUS 300, maker note
+
+Bytes readBytes(const fs::path& p) {
+    return ql::testing::readBytes(p.string());
+}
+
+// A 16x8 JPEG without metadata.
+Bytes tinyJpeg() {
+    return ql::testing::encodeJpeg(16, 8, ql::testing::quadrantRGB(16, 8));
+}
+
+Bytes decodeJpeg(const Bytes& jpeg) {
+    tjhandle tj = tjInitDecompress();
+    Bytes rgb(16 * 8 * 3);
+    tjDecompress2(tj, jpeg.data(), jpeg.size(), rgb.data(), 16, 0, 8, TJPF_RGB, 0);
+    tjDestroy(tj);
+    return rgb;
+}
+
+// A 2x2 RGB PNG without metadata.
+const std::string kTinyPng(
+    "\x89\x50\x4e\x47\x0d\x0a\x1a\x0a\x00\x00\x00\x0d\x49\x48\x44\x52"
+    "\x00\x00\x00\x02\x00\x00"
+    "\x00\x02\x08\x02\x00\x00\x00\xfd\xd4\x9a\x73\x00\x00\x00\x16\x49"
+    "\x44\x41\x54\x78\xda\x63"
+    "\x60\x60\x48\x39\xc1\x90\xc2\xc0\x70\x22\xe5\xc4\x89\x14\x00\x19"
+    "\x0e\x04\xb1\x0b\x67\x71"
+    "\xc4\x00\x00\x00\x00\x49\x45\x4e\x44\xae\x42\x60\x82",
+    79);
+
+// The PNG's chunks as type and data.
+std::vector<std::pair<std::string, Bytes>> pngChunks(const Bytes& png) {
+    std::vector<std::pair<std::string, Bytes>> chunks;
+    for (size_t i = 8; i + 12 <= png.size();) {
+        const size_t n =
+            size_t(png[i]) << 24 | size_t(png[i + 1]) << 16 | png[i + 2] << 8 | png[i + 3];
+        chunks.emplace_back(std::string(png.begin() + i + 4, png.begin() + i + 8),
+                            Bytes(png.begin() + i + 8, png.begin() + i + 8 + n));
+        i += 12 + n;
+    }
+    return chunks;
+}
+
+// Sets Exiv2 keys from text, each in its tag's standard type ("28/10" for a
+// rational).
+void tag(const fs::path& file, const Tags& tags) {
+    Metadata::read(file);  // sets Exiv2 up (silenced, XMP locked) before it is used directly
+    auto image = Exiv2::ImageFactory::open(file.string());
+    image->readMetadata();
+    for (const auto& [key, value] : tags) {
+        if (key.starts_with("Exif."))
+            image->exifData()[key] = value;
+        else if (key.starts_with("Iptc."))
+            image->iptcData()[key] = value;
+        else
+            image->xmpData()[key] = value;
+    }
+    image->writeMetadata();
+}
+
+// The bytes of a TIFF's strips, located through its own tags.
+Bytes tiffStrips(const fs::path& file) {
+    const Metadata m = Metadata::read(file);
+    const Bytes all = readBytes(file);
+    Bytes strips;
+    for (size_t i = 0; m.number("Exif.Image.StripOffsets", i); ++i) {
+        const auto at = size_t(*m.number("Exif.Image.StripOffsets", i));
+        const auto n = size_t(m.number("Exif.Image.StripByteCounts", i).value_or(0));
+        if (at + n > all.size()) return {};
+        strips.insert(strips.end(), all.begin() + at, all.begin() + at + n);
+    }
+    return strips;
+}
+
+class MetadataTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!fs::exists(kCanon)) GTEST_SKIP() << "no sample photos at " << kSamples;
+    }
+    fs::path file(const std::string& name, const Bytes& content) {
+        ql::testing::writeBytes(dir_.file(name), content);
+        return dir_.file(name);
+    }
+    // A tiny JPEG holding `tags`, as read back.
+    Metadata tagged(const Tags& tags) {
+        const fs::path p = file("tagged.jpg", tinyJpeg());
+        tag(p, tags);
+        return Metadata::read(p);
+    }
+    ql::testing::TempDir dir_;
+};
+
+TEST_F(MetadataTest, ReadsCameraSamples) {
+    const Metadata canon = Metadata::read(kCanon);
+    ASSERT_FALSE(canon.empty());
+    EXPECT_EQ(canon.text("Exif.Image.Make"), "Canon");
+    EXPECT_EQ(canon.text("Exif.Image.Model"), "Canon DIGITAL IXUS 300");
+    EXPECT_EQ(canon.text("Exif.Canon.OwnerName"),
+              "Matthias Gyra");  // from the maker note
+    EXPECT_DOUBLE_EQ(*canon.number("Exif.Photo.ExposureTime"), 1.0 / 125);
+    EXPECT_DOUBLE_EQ(*canon.number("Exif.Photo.FNumber"), 2.7);
+    EXPECT_DOUBLE_EQ(*canon.number("Exif.Photo.FocalLength"), 173.0 / 32);
+    EXPECT_EQ(canon.integer("Exif.Photo.PixelXDimension"), 1600);
+    EXPECT_EQ(canon.interpreted("Exif.Photo.Flash"), "Fired");
+    EXPECT_EQ(canon.orientation(), 1);
+    EXPECT_EQ(canon.text("Exif.Image.Artist"), std::nullopt);
+    EXPECT_EQ(canon.text("Exif.NoSuchGroup.Model"), std::nullopt);
+    EXPECT_EQ(canon.text("Model"), std::nullopt);
+
+    const auto entries = canon.entries();
+    EXPECT_NE(std::find(entries.begin(), entries.end(),
+                        std::pair<std::string, std::string>("Exif.Image.Model",
+                                                            "Canon DIGITAL IXUS 300")),
+              entries.end());
+    const Bytes bytes = readBytes(kCanon);
+    EXPECT_EQ(Metadata::fromBytes(bytes.data(), bytes.size()).entries(), entries);
+
+    const Metadata sony = Metadata::read(kSamples / "party_crowd_indoor.jpg");
+    EXPECT_EQ(sony.integer("Exif.Photo.ISOSpeedRatings"), 250);
+    EXPECT_EQ(sony.text("Exif.Image.ImageDescription"),
+              std::nullopt);  // only blanks
+    const Metadata dng = Metadata::read(kSamples / "colorchart_canon550d.dng");
+    EXPECT_EQ(dng.text("Exif.Image.Model"), "Canon EOS Kiss X4");
+    EXPECT_EQ(dng.integer("Exif.Image.ImageWidth"), 1888);
+}
+
+TEST_F(MetadataTest, ValuesAndOrientation) {
+    const Metadata m = tagged({{"Exif.Image.Orientation", "6"},
+                               {"Exif.Image.Model", "  Model X  "},
+                               {"Exif.Photo.ExposureBiasValue", "-2/3"},
+                               {"Exif.Photo.FNumber", "28/0"},
+                               {"Exif.Photo.FocalLength", "100/2"},
+                               {"Exif.Photo.MaxApertureValue", "3/2"},
+                               {"Exif.Photo.LensSpecification", "18/1 55/1 35/10 56/10"},
+                               {"Xmp.exif.ApertureValue", "28/10"},
+                               {"Xmp.dc.title", "lang=\"x-default\" Harbour"}});
+    EXPECT_EQ(m.orientation(), 6);
+    EXPECT_EQ(m.text("Exif.Image.Model"), "Model X");
+    EXPECT_NEAR(*m.number("Exif.Photo.ExposureBiasValue"), -2.0 / 3, 1e-12);
+    EXPECT_EQ(m.number("Exif.Photo.FNumber"), std::nullopt);
+    EXPECT_EQ(m.integer("Exif.Photo.FocalLength"), 50);
+    EXPECT_EQ(m.integer("Exif.Photo.MaxApertureValue"), std::nullopt);
+    EXPECT_DOUBLE_EQ(*m.number("Exif.Photo.LensSpecification", 3), 5.6);
+    EXPECT_EQ(m.number("Exif.Photo.LensSpecification", 4), std::nullopt);
+    EXPECT_DOUBLE_EQ(*m.number("Xmp.exif.ApertureValue"), 2.8);
+    EXPECT_EQ(m.text("Xmp.dc.title"), "Harbour");
+
+    for (const char* outside : {"0", "9"})
+        EXPECT_EQ(tagged({{"Exif.Image.Orientation", outside}}).orientation(), 1) << outside;
+    EXPECT_EQ(tagged({{"Exif.Image.Make", "X"}}).orientation(), 1);
+    EXPECT_EQ(Metadata().orientation(), 1);
+}
+
+TEST_F(MetadataTest, ExifApp1RoundTripsThroughExiv2) {
+    const auto decode = [](const Bytes& app1) {
+        Exiv2::ExifData exif;
+        EXPECT_EQ(std::string(app1.begin(), app1.begin() + 6), std::string("Exif\0\0", 6));
+        Exiv2::ExifParser::decode(exif, app1.data() + 6, uint32_t(app1.size() - 6));
+        return exif;
+    };
+    const auto has = [](const Exiv2::ExifData& exif, const char* key) {
+        return exif.findKey(Exiv2::ExifKey(key)) != exif.end();
+    };
+    Exiv2::ExifData canon = decode(Metadata::read(kCanon).exifApp1(800, 600));
+    EXPECT_EQ(canon["Exif.Image.Make"].toString(), "Canon");
+    EXPECT_EQ(canon["Exif.Photo.PixelXDimension"].toLong(), 800);
+    EXPECT_EQ(canon["Exif.Photo.PixelYDimension"].toLong(), 600);
+    EXPECT_EQ(canon["Exif.Canon.OwnerName"].toString(),
+              "Matthias Gyra");  // fits: kept
+    EXPECT_FALSE(has(canon, "Exif.Thumbnail.JPEGInterchangeFormat"));
+
+    Exiv2::ExifData turned = decode(tagged({{"Exif.Image.Orientation", "8"}}).exifApp1(8, 16));
+    EXPECT_EQ(turned["Exif.Image.Orientation"].toLong(), 1);
+
+    // A DNG's description stays; its raw layout and processing tags do not.
+    Exiv2::ExifData dng =
+        decode(Metadata::read(kSamples / "colorchart_canon550d.dng").exifApp1(4, 4));
+    EXPECT_EQ(dng["Exif.Image.Model"].toString(), "Canon EOS Kiss X4");
+    for (const char* key :
+         {"Exif.Image.ImageWidth", "Exif.Image.StripOffsets", "Exif.Image.BitsPerSample",
+          "Exif.Image.DNGVersion", "Exif.Image.ColorMatrix1", "Exif.Image.CFAPattern"})
+        EXPECT_FALSE(has(dng, key)) << key;
+
+    // EXIF beyond a segment's 64 KiB (TIFF has no such limit) sheds entries until
+    // it fits.
+    const fs::path tiff = file("big.tif", readBytes(kSamples / "sample_16bit.tif"));
+    Tags many = {{"Exif.Image.Make", "Big"}};
+    for (int i = 0; i < 40; ++i)
+        many.emplace_back("Exif.Image.0x" + std::to_string(9000 + i), std::string(2000, 'x'));
+    tag(tiff, many);
+    const Bytes big = Metadata::read(tiff).exifApp1(2, 2);
+    ASSERT_FALSE(big.empty());
+    EXPECT_LE(big.size(), 65533u);
+    Exiv2::ExifData shrunk = decode(big);
+    EXPECT_EQ(shrunk["Exif.Image.Make"].toString(), "Big");
+    EXPECT_GT(shrunk.count(), 20);
+
+    EXPECT_TRUE(Metadata().exifApp1(1, 1).empty());
+}
+
+TEST_F(MetadataTest, WritesIntoJpegPngAndTiff) {
+    // The source: the Canon photo, turned, with IPTC and XMP.
+    const fs::path sourcePath = file("source.jpg", readBytes(kCanon));
+    tag(sourcePath, {{"Exif.Image.Orientation", "6"},
+                     {"Iptc.Application2.Caption", "Three men"},
+                     {"Xmp.dc.creator", "Someone"},
+                     {"Xmp.tiff.Orientation", "6"}});
+    const Metadata source = Metadata::read(sourcePath);
+    ASSERT_EQ(source.orientation(), 6);
+
+    const auto expectCarried = [&](const fs::path& p, long width) {
+        const Metadata m = Metadata::read(p);
+        EXPECT_EQ(m.text("Exif.Image.Model"), "Canon DIGITAL IXUS 300") << p;
+        EXPECT_EQ(m.orientation(), 1) << p;
+        EXPECT_EQ(m.integer("Exif.Photo.PixelXDimension"), width) << p;
+        EXPECT_EQ(m.text("Exif.Thumbnail.JPEGInterchangeFormat"), std::nullopt) << p;
+        EXPECT_EQ(m.text("Iptc.Application2.Caption"), "Three men") << p;
+        EXPECT_EQ(m.text("Xmp.dc.creator"), "Someone") << p;
+        EXPECT_EQ(m.text("Xmp.tiff.Orientation"), "1") << p;
+    };
+    std::string error;
+
+    const Bytes jpeg = tinyJpeg();
+    const fs::path jpegPath = file("out.jpg", jpeg);
+    ASSERT_TRUE(source.writeInto(jpegPath, 16, 8, &error)) << error;
+    expectCarried(jpegPath, 16);
+    EXPECT_EQ(decodeJpeg(readBytes(jpegPath)), decodeJpeg(jpeg));
+
+    const fs::path pngPath = file("out.png", Bytes(kTinyPng.begin(), kTinyPng.end()));
+    ASSERT_TRUE(source.writeInto(pngPath, 2, 2, &error)) << error;
+    expectCarried(pngPath, 2);
+    const auto before = pngChunks(Bytes(kTinyPng.begin(), kTinyPng.end()));
+    const auto after = pngChunks(readBytes(pngPath));
+    ASSERT_GE(after.size(), 4u);
+    EXPECT_EQ(after[0], before[0]);
+    EXPECT_EQ(after[1].first, "eXIf");
+    EXPECT_EQ(
+        std::count_if(after.begin(), after.end(), [](const auto& c) { return c.first == "eXIf"; }),
+        1);
+    EXPECT_NE(std::find(after.begin(), after.end(), before[1]),
+              after.end());  // same IDAT
+
+    // The TIFF keeps its own layout (16-bit, 290 wide) and pixels.
+    const fs::path tiffPath = file("out.tif", readBytes(kSamples / "sample_16bit.tif"));
+    const Bytes strips = tiffStrips(tiffPath);
+    ASSERT_FALSE(strips.empty());
+    ASSERT_TRUE(source.writeInto(tiffPath, 290, 442, &error)) << error;
+    expectCarried(tiffPath, 290);
+    const Metadata tiff = Metadata::read(tiffPath);
+    EXPECT_EQ(tiff.integer("Exif.Image.ImageWidth"), 290);
+    EXPECT_EQ(tiff.integer("Exif.Image.BitsPerSample"), 16);
+    EXPECT_EQ(tiffStrips(tiffPath), strips);
+
+    error.clear();
+    EXPECT_FALSE(source.writeInto(dir_.path(), 1, 1, &error));
+    EXPECT_FALSE(error.empty());
+    const fs::path text = file("notes.txt", Bytes{'h', 'i', '\n'});
+    EXPECT_FALSE(source.writeInto(text, 1, 1, &error));
+    EXPECT_EQ(readBytes(text), (Bytes{'h', 'i', '\n'}));
+    const fs::path untouched = file("plain.jpg", jpeg);
+    EXPECT_TRUE(Metadata().writeInto(untouched, 16, 8));
+    EXPECT_EQ(readBytes(untouched), jpeg);
+}
+
+TEST_F(MetadataTest, BadInputGivesEmpty) {
+    const Bytes canon = readBytes(kCanon);
+    std::mt19937 rng(7);
+    Bytes noise(4096);
+    for (auto& b : noise)
+        b = uint8_t(rng());
+    for (const fs::path& p :
+         {dir_.path() / "missing.jpg", dir_.path(), file("zero.jpg", {}), file("noise.jpg", noise),
+          file("cut.jpg", Bytes(canon.begin(), canon.begin() + 300)), fs::path("/dev/zero")})
+        EXPECT_TRUE(Metadata::read(p).empty()) << p;
+    EXPECT_TRUE(Metadata::fromBytes(nullptr, 0).empty());
+    EXPECT_TRUE(Metadata::fromBytes(noise.data(), noise.size()).empty());
+    // Only the header is read: losing the end of the image data loses nothing.
+    const Bytes half(canon.begin(), canon.begin() + canon.size() / 2);
+    EXPECT_EQ(Metadata::fromBytes(half.data(), half.size()).text("Exif.Image.Make"), "Canon");
+}
+
+TEST_F(MetadataTest, SurvivesMutatedHeaders) {
+    const Bytes canon = readBytes(kCanon);
+    std::mt19937 rng(1234);
+    for (int round = 0; round < 300; ++round) {
+        Bytes b(canon.begin(), canon.begin() + 16384);
+        const int changes = 1 + int(rng() % 8);
+        for (int k = 0; k < changes; ++k)
+            b[rng() % 8192] = uint8_t(rng());
+        const Metadata m = Metadata::fromBytes(b.data(), b.size());
+        const Bytes app1 = m.exifApp1(64, 48);
+        EXPECT_TRUE(app1.empty() || (app1.size() <= 65533 && app1[0] == 'E')) << round;
+        EXPECT_GE(m.orientation(), 1);
+        EXPECT_LE(m.orientation(), 8);
+        m.entries();
+        m.number("Exif.Photo.ExposureTime");
+    }
+}
+
+TEST_F(MetadataTest, SharedAcrossThreads) {
+    const fs::path p = file("xmp.jpg", readBytes(kCanon));
+    tag(p, {{"Xmp.dc.creator", "Someone"}});
+    const Metadata shared = Metadata::read(p);
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong = 0;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20; ++i) {
+                const Metadata own = Metadata::read(p);
+                if (own.text("Xmp.dc.creator") != "Someone" ||
+                    shared.number("Exif.Photo.FNumber") != 2.7 || shared.entries().empty())
+                    ++wrong;
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+// RAW noise reduction: statistics of synthetic sensor noise before and after, edges, colour
+// means, and the split between the luminance and colour passes.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "../ImageTesting.h"
+#include "imaging/raw/RawNoiseReduction.h"
+
+namespace ql::img {
+namespace {
+
+using testing::expectThreadIndependent;
+using testing::identical;
+using testing::make;
+
+// Shot noise plus read noise, independent per channel, like a demosaiced sensor image.
+Image withSensorNoise(const Image& clean, float gain, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::normal_distribution<float> n(0, 1);
+    auto noisy = [&](float v) { return v + n(rng) * std::sqrt(gain * std::max(v, 0.0f) + 1e-6f); };
+    return make(clean.width(), clean.height(), [&](int x, int y) {
+        const Pixel p = clean.at(x, y);
+        return Pixel{noisy(p.r), noisy(p.g), noisy(p.b), p.a};
+    });
+}
+
+struct Spread {
+    double luma = 0, chroma = 0;  // deviations of Y and of (R − Y, B − Y)
+    Pixel mean;
+};
+
+// Statistics over a rectangle.
+Spread spread(const Image& im, int x0, int y0, int x1, int y1) {
+    double n = 0, s[6] = {}, q[3] = {};
+    for (int y = y0; y < y1; ++y)
+        for (int x = x0; x < x1; ++x) {
+            const Pixel p = im.at(x, y);
+            const double v[3] = {luma(p.r, p.g, p.b), p.r - v[0], p.b - v[0]};
+            for (int i = 0; i < 3; ++i)
+                s[i] += v[i], q[i] += v[i] * v[i];
+            s[3] += p.r, s[4] += p.g, s[5] += p.b, n += 1;
+        }
+    auto var = [&](int i) { return q[i] / n - s[i] / n * s[i] / n; };
+    return {std::sqrt(var(0)), std::sqrt(var(1) + var(2)),
+            Pixel{float(s[3] / n), float(s[4] / n), float(s[5] / n), 1}};
+}
+
+// 10-90 % rise of the luma profile across a vertical step, averaged over the rows, in pixels.
+double riseWidth(const Image& im) {
+    std::vector<double> profile(size_t(im.width()));
+    for (int x = 0; x < im.width(); ++x) {
+        for (int y = 0; y < im.height(); ++y) {
+            const Pixel p = im.at(x, y);
+            profile[size_t(x)] += luma(p.r, p.g, p.b) / im.height();
+        }
+    }
+    const double lo = profile.front(), hi = profile.back();
+    auto crossing = [&](double level) {
+        const double v = lo + level * (hi - lo);
+        for (size_t x = 1; x < profile.size(); ++x)
+            if (profile[x] >= v)
+                return double(x) - (profile[x] - v) / (profile[x] - profile[x - 1]);
+        return double(profile.size());
+    };
+    return crossing(0.9) - crossing(0.1);
+}
+
+const Image grey = Image::filled(96, 96, {0.18f, 0.18f, 0.18f, 1});
+
+TEST(RawNoiseReduction, NeutralAmountsReturnTheInput) {
+    const Image in = withSensorNoise(grey, 0.002f, 1);
+    EXPECT_TRUE(rawNoiseReduction(in, {}).sharesPixelsWith(in));
+    EXPECT_TRUE(rawNoiseReduction(in, {-1, NAN, 0.25f}).sharesPixelsWith(in));
+    EXPECT_TRUE(rawNoiseReduction(Image{}, {1, 1}).empty());
+}
+
+TEST(RawNoiseReduction, LuminanceSmoothsFlatNoiseAndKeepsColourRatios) {
+    const Image in = withSensorNoise(grey, 0.002f, 2);
+    const Image out = rawNoiseReduction(in, {1, 0});
+    const Spread before = spread(in, 8, 8, 88, 88), after = spread(out, 8, 8, 88, 88);
+    EXPECT_LT(after.luma, 0.35 * before.luma);
+    EXPECT_GT(after.chroma, 0.9 * before.chroma);
+    EXPECT_NEAR(after.mean.g, before.mean.g, 0.005 * before.mean.g);
+    // Fine stripes of one hue, lighter and darker: smoothing their luma keeps the hue.
+    const Image stripes = make(48, 48, [](int x, int y) {
+        const float v = (x + y / 2) % 3 ? 1 : 0.6f;
+        return Pixel{0.4f * v, 0.1f * v, 0.05f * v, 1};
+    });
+    const Image smoothed = rawNoiseReduction(stripes, {1, 0});
+    float change = 0;
+    for (int y = 8; y < 40; ++y)
+        for (int x = 8; x < 40; ++x) {
+            const Pixel p = stripes.at(x, y), q = smoothed.at(x, y);
+            change = std::max(change, std::abs(q.r / q.g - p.r / p.g));
+            EXPECT_NEAR(q.b / q.g, p.b / p.g, 0.02f);
+        }
+    EXPECT_LT(change, 0.1f);
+}
+
+TEST(RawNoiseReduction, ColourSmoothsChromaAndKeepsLuma) {
+    const Image in = withSensorNoise(grey, 0.002f, 3);
+    const Image out = rawNoiseReduction(in, {0, 1});
+    const Spread before = spread(in, 8, 8, 88, 88), after = spread(out, 8, 8, 88, 88);
+    EXPECT_LT(after.chroma, 0.25 * before.chroma);
+    for (int y = 0; y < 96; ++y)
+        for (int x = 0; x < 96; ++x) {
+            const Pixel p = in.at(x, y), q = out.at(x, y);
+            ASSERT_NEAR(luma(q.r, q.g, q.b), luma(p.r, p.g, p.b), 1e-5f);
+        }
+}
+
+TEST(RawNoiseReduction, StepEdgesStaySharp) {
+    // A luma step, and a colour step of equal luma (red against green).
+    const Image luma = make(64, 32, [](int x, int) {
+        const float v = x < 32 ? 0.05f : 0.5f;
+        return Pixel{v, v, v, 1};
+    });
+    const Image colour = make(64, 32, [](int x, int) {
+        return x < 29 ? Pixel{0.4f, 0.1155f, 0.1f, 1} : Pixel{0.05f, 0.2f, 0.1f, 1};
+    });
+    for (const float gain : {0.0f, 0.0005f}) {
+        const Image in = withSensorNoise(luma, gain, 4);
+        EXPECT_LT(riseWidth(rawNoiseReduction(in, {1, 1})), riseWidth(in) + 0.5) << gain;
+    }
+    // Colour stays within a few percent of the step.
+    const Image out = rawNoiseReduction(colour, {1, 1});
+    for (int x : {25, 27, 28, 29, 30, 32}) {
+        const Pixel p = colour.at(x, 16), q = out.at(x, 16);
+        EXPECT_NEAR(q.r, p.r, 0.02f) << x;
+        EXPECT_NEAR(q.g, p.g, 0.01f) << x;
+    }
+}
+
+TEST(RawNoiseReduction, FlatPatchesKeepTheirMeanColour) {
+    const Pixel colours[4] = {{0.30f, 0.12f, 0.05f, 1},
+                              {0.04f, 0.09f, 0.20f, 1},
+                              {0.6f, 0.6f, 0.55f, 1},
+                              {0.02f, 0.03f, 0.015f, 1}};
+    const Image clean =
+        make(256, 256, [&](int x, int y) { return colours[x / 128 + 2 * (y / 128)]; });
+    const Image out = rawNoiseReduction(withSensorNoise(clean, 0.001f, 5), {1, 1});
+    for (int i = 0; i < 4; ++i) {
+        const int x0 = (i % 2) * 128 + 32, y0 = (i / 2) * 128 + 32;
+        const Pixel m = spread(out, x0, y0, x0 + 64, y0 + 64).mean;
+        EXPECT_NEAR(m.r, colours[i].r, 0.01f * colours[i].r + 2e-4f) << i;
+        EXPECT_NEAR(m.g, colours[i].g, 0.01f * colours[i].g + 2e-4f) << i;
+        EXPECT_NEAR(m.b, colours[i].b, 0.01f * colours[i].b + 2e-4f) << i;
+    }
+}
+
+TEST(RawNoiseReduction, ExtendedRangeAndBadPixels) {
+    Image in = make(40, 30, [](int x, int y) {
+        const float v = (x - 5) * 0.08f + 0.01f * float((x * 7 + y * 3) % 5);
+        return Pixel{v, v * 0.5f - 0.02f, 2 - v, y < 15 ? 1.0f : 0.5f};
+    });
+    in.set(20, 10, {INFINITY, 0.2f, 0.2f, 1});
+    in.set(10, 20, {0.2f, NAN, 0.2f, 1});
+    const Image out = rawNoiseReduction(in, {1, 1});
+    for (int y = 0; y < 30; ++y)
+        for (int x = 0; x < 40; ++x) {
+            const Pixel p = in.at(x, y), q = out.at(x, y);
+            ASSERT_EQ(q.a, p.a);
+            if ((x == 20 && y == 10) || (x == 10 && y == 20)) continue;
+            ASSERT_TRUE(std::isfinite(q.r) && std::isfinite(q.g) && std::isfinite(q.b))
+                << x << "," << y;
+        }
+    EXPECT_EQ(out.at(20, 10).r, INFINITY);
+}
+
+// 2×2 averages: a half-size proxy.
+Image halve(const Image& im) {
+    return make(im.width() / 2, im.height() / 2, [&](int x, int y) {
+        Pixel s{0, 0, 0, 1};
+        for (int k = 0; k < 4; ++k) {
+            const Pixel p = im.at(2 * x + k % 2, 2 * y + k / 2);
+            s.r += p.r / 4, s.g += p.g / 4, s.b += p.b / 4;
+        }
+        return s;
+    });
+}
+
+TEST(RawNoiseReduction, HalfSizeProxyLooksLikeTheFullDecode) {
+    const Image full = withSensorNoise(Image::filled(256, 256, {0.2f, 0.18f, 0.1f, 1}), 0.004f, 6);
+    for (const RawNoiseReductionParams p :
+         {RawNoiseReductionParams{0.6f, 0}, RawNoiseReductionParams{0, 0.6f}}) {
+        const Spread fromFull = spread(halve(rawNoiseReduction(full, p)), 16, 16, 112, 112);
+        const Spread fromProxy =
+            spread(rawNoiseReduction(halve(full), {p.luminance, p.color, 0.5f}), 16, 16, 112, 112);
+        const Spread unfiltered = spread(halve(full), 16, 16, 112, 112);
+        const double lumaKept = fromFull.luma / unfiltered.luma;
+        const double chromaKept = fromFull.chroma / unfiltered.chroma;
+        EXPECT_NEAR(fromProxy.luma / unfiltered.luma, lumaKept, 0.3 * lumaKept);
+        EXPECT_NEAR(fromProxy.chroma / unfiltered.chroma, chromaKept, 0.3 * chromaKept);
+    }
+}
+
+TEST(RawNoiseReduction, ThreadIndependentAndCancellable) {
+    const Image in = withSensorNoise(testing::noise(157, 93, 7, 0, 0.8f), 0.002f, 8);
+    for (const float scale : {1.0f, 0.25f})
+        expectThreadIndependent([&](const Execution& e) {
+            return rawNoiseReduction(in, {0.7f, 1, scale}, e);
+        });
+}
+
+}  // namespace
+}  // namespace ql::img

@@ -1,0 +1,84 @@
+#include "Fixtures.h"
+
+#include <unistd.h>
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace ql::testing {
+
+TempDir::TempDir() {
+    static std::atomic<int> counter{0};
+    path_ = std::filesystem::temp_directory_path() /
+            ("ql-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
+    std::filesystem::create_directories(path_);
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+}
+
+void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+std::vector<uint8_t> readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+std::vector<uint8_t> quadrantRGB(int width, int height) {
+    std::vector<uint8_t> rgb(size_t(width) * size_t(height) * 3);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            uint8_t* p = &rgb[(size_t(y) * size_t(width) + size_t(x)) * 3];
+            const bool right = x >= width / 2, bottom = y >= height / 2;
+            // top-left red, top-right green, bottom-left blue, bottom-right grey
+            const int r = !right && !bottom ? 220 : right && bottom ? 128 : 30;
+            const int g = right && !bottom ? 200 : right && bottom ? 128 : 40;
+            const int b = !right && bottom ? 210 : right && bottom ? 128 : 35;
+            p[0] = uint8_t(r), p[1] = uint8_t(g), p[2] = uint8_t(b);
+        }
+    return rgb;
+}
+
+std::vector<uint8_t> exifWithOrientation(int orientation) {
+    return {'E',
+            'x',
+            'i',
+            'f',
+            0,
+            0,
+            'I',
+            'I',
+            42,
+            0,
+            8,
+            0,
+            0,
+            0,  // TIFF header, IFD0 at offset 8
+            1,
+            0,  // one entry
+            0x12,
+            0x01,
+            3,
+            0,
+            1,
+            0,
+            0,
+            0,  // Orientation, SHORT, count 1
+            uint8_t(orientation),
+            0,
+            0,
+            0,  // value
+            0,
+            0,
+            0,
+            0};  // no next IFD
+}
+
+}  // namespace ql::testing
