@@ -7,6 +7,8 @@
 // reference points on the same files, `dcraw_emu -h`, `dcraw_emu` and `vips copy`.
 //
 // Usage: ql_bench_open [work-folder]   (default: a folder under /tmp, removed at the end)
+#include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -63,25 +65,38 @@ struct Run {
     int status = 0;
 };
 
-// Runs a command with its output discarded; wall time and the child's peak resident memory.
-Run spawn(const std::vector<std::string>& argv) {
+// Runs a command with its output discarded: wall time, and its peak resident memory as GNU time
+// reports it (a child's own rusage would count this process's pictures, which it inherits until
+// exec).
+Run spawn(std::vector<std::string> argv) {
+    const std::string report =
+        (std::filesystem::temp_directory_path() / ("ql-bench-rss-" + std::to_string(getpid())))
+            .string();
+    argv.insert(argv.begin(), {"/usr/bin/time", "-f", "%M", "-o", report});
+    std::fflush(stdout);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    std::vector<char*> args;
+    for (const auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
     const auto start = Clock::now();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        std::freopen("/dev/null", "w", stdout);
-        std::freopen("/dev/null", "w", stderr);
-        std::vector<char*> args;
-        for (const auto& a : argv)
-            args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
-        execvp(args[0], args.data());
-        _exit(127);
-    }
+    pid_t pid = 0;
+    const int failed = posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failed) return {0, 0, 127};
     int status = 0;
-    rusage usage{};
-    wait4(pid, &status, 0, &usage);
-    return {std::chrono::duration<double>(Clock::now() - start).count(), usage.ru_maxrss,
+    waitpid(pid, &status, 0);
+    Run run{std::chrono::duration<double>(Clock::now() - start).count(), 0,
             WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+    if (FILE* f = std::fopen(report.c_str(), "r")) {
+        if (std::fscanf(f, "%ld", &run.peakKB) != 1) run.peakKB = 0;
+        std::fclose(f);
+    }
+    std::remove(report.c_str());
+    return run;
 }
 
 Run best(const std::function<Run()>& once) {

@@ -6,6 +6,7 @@
 
 #include <libraw/libraw.h>
 
+#include "imaging/Orientation.h"
 #include "imaging/codec/DecodeError.h"
 
 namespace ql::img {
@@ -131,6 +132,82 @@ std::unique_ptr<RawDecoder> RawDecoder::open(const std::string& path) {
     return d;
 }
 
+namespace {
+
+// A plain Bayer mosaic whose 2×2 pattern repeats: what the half-size development below reads.
+bool plainBayer(LibRaw& raw) {
+    const libraw_data_t& d = raw.imgdata;
+    const unsigned f = d.idata.filters;
+    return d.rawdata.raw_image && d.idata.colors == 3 && f > 1000 &&
+           f == (f & 0xFF) * 0x01010101u && d.sizes.width >= 2 && d.sizes.height >= 2 &&
+           raw.get_internal_data_pointer()->internal_output_params.fuji_width == 0;
+}
+
+// Each 2×2 block of sensor sites becomes one pixel: red, the mean of the two greens, blue.
+// Levels, white balance, clipping and the camera matrix follow LibRaw's own development, so the
+// proxy matches the full decode; there is no demosaicing to do, so this is one pass over the
+// raw data instead of LibRaw's several.
+Image superpixels(LibRaw& raw, const std::array<double, 3>& multipliers, const Execution& exec) {
+    const libraw_data_t& d = raw.imgdata;
+    const libraw_colordata_t& c = d.rawdata.color;  // as unpacked, before any development
+    const int w = d.sizes.width / 2, h = d.sizes.height / 2;
+    const int top = d.sizes.top_margin, left = d.sizes.left_margin;
+    const size_t pitch = d.sizes.raw_pitch / 2;
+    const uint16_t* sites = d.rawdata.raw_image;
+    const double smallest = std::min({multipliers[0], multipliers[1], multipliers[2]});
+    const double range = double(c.maximum) - double(c.black);
+    if (!(smallest > 0) || !(range > 0)) throw DecodeError("the RAW file's levels are unusable");
+    int channel[2][2];
+    float black[2][2], gain[2][2];
+    for (int r = 0; r < 2; ++r)
+        for (int q = 0; q < 2; ++q) {
+            const int k = raw.COLOR(r, q);
+            channel[r][q] = k == 3 ? 1 : k;
+            black[r][q] = float(c.black + c.cblack[k]);
+            gain[r][q] = float(multipliers[size_t(channel[r][q])] / smallest / range);
+        }
+    const unsigned patternRows = c.cblack[4], patternCols = c.cblack[5];
+    const bool pattern = patternRows > 0 && patternCols > 0 && patternRows * patternCols <= 4096;
+    float m[9];
+    for (int r = 0; r < 3; ++r)
+        for (int q = 0; q < 3; ++q)
+            m[r * 3 + q] = c.rgb_cam[r][q];
+    Image out = Image::forOverwrite(w, h);
+    const bool ok = parallelFor(0, h, exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            float* dst = out.row(y);
+            for (int x = 0; x < w; ++x, dst += 4) {
+                float sum[3] = {0, 0, 0}, count[3] = {0, 0, 0};
+                for (int r = 0; r < 2; ++r)
+                    for (int q = 0; q < 2; ++q) {
+                        const int row = 2 * y + r, col = 2 * x + q;
+                        float level = black[r][q];
+                        if (pattern)
+                            level += float(c.cblack[6 + (unsigned(row) % patternRows) * patternCols +
+                                                    unsigned(col) % patternCols]);
+                        const float v =
+                            (float(sites[size_t(row + top) * pitch + size_t(col + left)]) - level) *
+                            gain[r][q];
+                        const int k = channel[r][q];
+                        sum[k] += std::min(std::max(v, 0.0f), 1.0f);
+                        count[k] += 1;
+                    }
+                const float red = sum[0] / count[0], green = sum[1] / count[1],
+                            blue = sum[2] / count[2];
+                for (int k = 0; k < 3; ++k)
+                    dst[k] = std::min(std::max(m[k * 3] * red + m[k * 3 + 1] * green +
+                                                   m[k * 3 + 2] * blue,
+                                               0.0f),
+                                      1.0f);
+                dst[3] = 1;
+            }
+        }
+    });
+    return ok ? out : Image();
+}
+
+}  // namespace
+
 Image RawDecoder::develop(const std::array<double, 3>& multipliers, bool halfSize,
                           const Execution& exec) {
     std::lock_guard lock(mutex_);
@@ -139,6 +216,10 @@ Image RawDecoder::develop(const std::array<double, 3>& multipliers, bool halfSiz
         const int r = raw.unpack();
         if (r != LIBRAW_SUCCESS) throw DecodeError(libraw_strerror(r));
         impl_->unpacked = true;
+    }
+    if (halfSize && plainBayer(raw)) {
+        const Image half = superpixels(raw, multipliers, exec);
+        return half.empty() ? half : orient(half, facts_.orientation, exec);
     }
     libraw_output_params_t& p = raw.imgdata.params;
     p.half_size = halfSize ? 1 : 0;
@@ -203,6 +284,9 @@ Image RawDecoder::develop(const std::array<double, 3>& multipliers, bool halfSiz
             }
         }
     });
+    // The developed 16-bit copy is as large as half the float picture; only the sensor data
+    // is kept for the next development.
+    raw.free_image();
     return ok ? out : Image();
 }
 

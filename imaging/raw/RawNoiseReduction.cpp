@@ -21,6 +21,9 @@ constexpr float chromaBaseRadius = 8, chromaRadiusGain = 8;
 // mid-grey (it follows brightness like shot noise does).
 constexpr float lumaThreshold = 0.08f;
 constexpr float chromaThreshold = 0.06f;
+// Luma variation of the colour pass's windows below about this (encoded) is not used to explain
+// chroma: it could be noise.
+constexpr float lumaFitThreshold = 0.04f;
 constexpr float midGrey = 0.18f;
 // Read noise as an equivalent signal: the √ encoding and the chroma threshold level off below it.
 constexpr float darkFloor = 0.004f;
@@ -205,14 +208,17 @@ struct PaddedRow {
     std::vector<v4> data;
 };
 
-// Colour: a guided filter on the chroma differences R − Y and B − Y with one shared a per window
-// (a colour edge in either keeps both), a = v² / (v² + ε²) for a sharp split between noise and
-// edges, ε following the window's brightness, and each window's say in the pixels it covers
-// weighted by ε / (v + ε), so windows across an edge have little. Statistics and coefficients
-// live on a grid of `cell`-pixel squares; the coefficients are interpolated back to pixels.
+// Colour: the chroma differences d = (R − Y, B − Y) are filtered with two guides. Per window, d is
+// fitted as α·f + β from encoded luma f, so chroma that changes along with luma (a coloured object
+// against a dark background) is explained by the luma edge and does not spread. What the fit
+// leaves, of variance v, is treated like a self-guided filter: a = v² / (v² + ε²), ε following
+// the window's brightness like shot noise, so colour edges of equal luma keep too. The window's
+// model of a pixel is a·d + (1 − a)(α·f + β); a pixel takes the mean of the models of the windows
+// over it. Statistics and coefficients live on a grid of `cell`-pixel squares; the coefficients
+// are interpolated back to pixels.
 class ChromaFilter {
   public:
-    ChromaFilter(int width, int height, float radius)
+    ChromaFilter(int width, int height, float radius, float noiseScale)
         : w_(width),
           h_(height),
           cell_(std::clamp(int(radius / 4), 2, 16)),
@@ -220,50 +226,68 @@ class ChromaFilter {
           spread_(radius / float(cell_) / 4),
           gw_((w_ + cell_ - 1) / cell_),
           gh_((h_ + cell_ - 1) / cell_),
-          grid_(std::make_unique_for_overwrite<v4[]>(size_t(gw_) * size_t(gh_))),
+          stride_((gw_ + 3) & ~3),
+          lumaEps_(std::max(lumaFitThreshold * lumaFitThreshold * noiseScale * noiseScale, minEps)),
+          grid_(std::make_unique_for_overwrite<v4[]>(2 * size_t(stride_) * size_t(gh_))),
           columns_(size_t((w_ + 3) & ~3)) {
         for (size_t x = 0; x < columns_.size(); ++x)
             columns_[x] = tap(std::min(int(x), w_ - 1), gw_);
     }
 
-    // Fills the grid with per-square means of {R − Y, B − Y, (R − Y)² + (B − Y)², Y}, then
-    // turns them into coefficients {a, b for R − Y, b for B − Y, ·}. False when cancelled.
+    // Fills the grid with per-square means of {d_r, d_b, |d|², Y} and {f, f², f·d_r, f·d_b},
+    // then turns them into the window-averaged coefficients {a, (1 − a)α_r, (1 − a)α_b,
+    // (1 − a)β_r} and {(1 − a)β_b, 0, 0, 0}. Grid rows hold the first four for all squares,
+    // then the second. False when cancelled.
     bool solve(const Image& in, float epsPerLevel, const Execution& exec) {
-        const auto means = std::make_unique_for_overwrite<v4[]>(size_t(gw_) * size_t(gh_));
+        const size_t rowSize = 2 * size_t(stride_);
+        const auto means = std::make_unique_for_overwrite<v4[]>(rowSize * size_t(gh_));
         const bool gathered = parallelFor(0, gh_, exec, [&](int t0, int t1) {
-            std::vector<v4> stats(size_t((w_ + 3) & ~3));
+            std::vector<v4> stats(2 * size_t((w_ + 3) & ~3));
             for (int t = t0; t < t1; ++t)
-                gather(in, t, stats.data(), means.get() + size_t(t) * size_t(gw_));
+                gather(in, t, stats.data(), means.get() + size_t(t) * rowSize);
         });
         if (!gathered) return false;
         const int blocks = (gh_ + chromaBlock - 1) / chromaBlock;
         return parallelFor(0, blocks, exec, [&](int b0, int b1) {
-            Column stats(box_, gw_), coefs(spread_, gw_);
-            PaddedRow row(gw_, box_.pad());
-            auto statsRow = [&](int t, v4* dst) {
-                v4* p = row.at();
-                std::copy_n(means.get() + size_t(std::clamp(t, 0, gh_ - 1)) * size_t(gw_), gw_, p);
-                replicateEnds(p, gw_, box_.pad());
-                boxAlong(p, gw_, box_, dst);
+            Column stats(box_, 2 * stride_), coefs(spread_, 2 * stride_);
+            PaddedRow first(gw_, box_.pad()), second(gw_, box_.pad());
+            // Box-filters the two halves of a grid row separately.
+            auto boxRow = [&](const v4* from, const Box& box, v4* dst) {
+                std::copy_n(from, gw_, first.at());
+                std::copy_n(from + stride_, gw_, second.at());
+                replicateEnds(first.at(), gw_, box.pad());
+                replicateEnds(second.at(), gw_, box.pad());
+                boxAlong(first.at(), gw_, box, dst);
+                boxAlong(second.at(), gw_, box, dst + stride_);
             };
+            auto statsRow = [&](int t, v4* dst) {
+                boxRow(means.get() + size_t(std::clamp(t, 0, gh_ - 1)) * rowSize, box_, dst);
+            };
+            std::vector<v4> window(rowSize);
             auto coefRow = [&](int, v4* dst) {
                 const v4* m = stats.mean();
-                v4* p = row.at();
                 for (int g = 0; g < gw_; g += 4) {
                     v4 dr = m[g], db = m[g + 1], square = m[g + 2], lum = m[g + 3];
                     transpose(dr, db, square, lum);
-                    const v4 var = vmax(square - dr * dr - db * db, splat(0));
+                    const v4* n = m + stride_;
+                    v4 f = n[g], f2 = n[g + 1], fr = n[g + 2], fb = n[g + 3];
+                    transpose(f, f2, fr, fb);
+                    const v4 toFit = 1 / (vmax(f2 - f * f, splat(0)) + lumaEps_);
+                    const v4 cr = fr - f * dr, cb = fb - f * db;
+                    const v4 alphaR = cr * toFit, alphaB = cb * toFit;
+                    const v4 left = square - dr * dr - db * db - alphaR * cr - alphaB * cb;
+                    const v4 var = vmax(left, splat(0));
                     const v4 eps =
                         vmax(epsPerLevel * (vmax(lum, splat(0)) + darkFloor), splat(minEps));
                     const v4 a = var * var / (var * var + eps * eps);
-                    const v4 weight = vmax(eps / (var + eps), splat(minWeight));
-                    v4 lanes[4] = {weight * a, weight * dr * (1 - a), weight * db * (1 - a),
-                                   weight};
-                    transpose(lanes[0], lanes[1], lanes[2], lanes[3]);
-                    std::copy(lanes, lanes + 4, p + g);
+                    v4 c[4] = {a, (1 - a) * alphaR, (1 - a) * alphaB, (1 - a) * (dr - alphaR * f)};
+                    transpose(c[0], c[1], c[2], c[3]);
+                    std::copy(c, c + 4, window.begin() + g);
+                    v4 d[4] = {(1 - a) * (db - alphaB * f), splat(0), splat(0), splat(0)};
+                    transpose(d[0], d[1], d[2], d[3]);
+                    std::copy(d, d + 4, window.begin() + stride_ + g);
                 }
-                replicateEnds(p, gw_, spread_.pad());
-                boxAlong(p, gw_, spread_, dst);
+                boxRow(window.data(), spread_, dst);
                 stats.advance(statsRow);
             };
             for (int b = b0; b < b1; ++b) {
@@ -272,27 +296,29 @@ class ChromaFilter {
                 const v4* sums = coefs.start(t0, coefRow);
                 for (int t = t0; t < t1; ++t) {
                     if (t > t0) sums = coefs.advance(coefRow);
-                    v4* to = grid_.get() + size_t(t) * size_t(gw_);
-                    for (int g = 0; g < gw_; ++g)
-                        to[g] = sums[g] / sums[g][3];
+                    std::copy_n(sums, rowSize, grid_.get() + size_t(t) * rowSize);
                 }
             }
         });
     }
 
-    // The coefficients of image row y, one per pixel, rounded up to four; `line` holds gw.
+    // The coefficients of image row y: two per pixel, for the row's width rounded up to four.
+    // `line` holds two grid rows.
     void coefficients(int y, v4* line, v4* out) const {
         const Tap ty = tap(y, gh_);
-        const v4* r0 = grid_.get() + size_t(ty.g0) * size_t(gw_);
-        const v4* r1 = grid_.get() + size_t(ty.g1) * size_t(gw_);
-        for (int g = 0; g < gw_; ++g)
+        const size_t rowSize = 2 * size_t(stride_);
+        const v4* r0 = grid_.get() + size_t(ty.g0) * rowSize;
+        const v4* r1 = grid_.get() + size_t(ty.g1) * rowSize;
+        for (size_t g = 0; g < rowSize; ++g)
             line[g] = r0[g] + ty.t * (r1[g] - r0[g]);
+        const v4* second = line + stride_;
         for (size_t x = 0; x < columns_.size(); ++x) {
             const Tap& tx = columns_[x];
-            out[x] = line[tx.g0] + tx.t * (line[tx.g1] - line[tx.g0]);
+            out[2 * x] = line[tx.g0] + tx.t * (line[tx.g1] - line[tx.g0]);
+            out[2 * x + 1] = second[tx.g0] + tx.t * (second[tx.g1] - second[tx.g0]);
         }
     }
-    int gridWidth() const { return gw_; }
+    int lineSize() const { return 2 * stride_; }
 
   private:
     // Bilinear weights between square centres.
@@ -308,7 +334,7 @@ class ChromaFilter {
 
     void gather(const Image& in, int t, v4* stats, v4* to) const {
         const int y0 = t * cell_, y1 = std::min(h_, y0 + cell_);
-        std::fill_n(to, gw_, splat(0));
+        std::fill_n(to, 2 * stride_, splat(0));
         for (int y = y0; y < y1; ++y) {
             const float* next = in.row(std::min(y + 1, h_ - 1));
             for (int x = 0; x < w_; x += 4) {
@@ -318,26 +344,38 @@ class ChromaFilter {
                 const v4i ok = usable(c[0], c[1], c[2]);
                 const v4 lum = lumaOf(c[0], c[1], c[2]), zero = splat(0);
                 const v4 dr = ok ? c[0] - lum : zero, db = ok ? c[2] - lum : zero;
-                v4 lanes[4] = {dr, db, dr * dr + db * db, ok ? lum : zero};
+                const v4 f = ok ? encode(lum) : zero;
+                v4 lanes[8] = {dr, db, dr * dr + db * db, ok ? lum : zero,
+                               f,  f * f, f * dr,        f * db};
                 transpose(lanes[0], lanes[1], lanes[2], lanes[3]);
-                std::copy(lanes, lanes + 4, stats + x);
+                transpose(lanes[4], lanes[5], lanes[6], lanes[7]);
+                for (int i = 0; i < 4; ++i) {
+                    stats[2 * (x + i)] = lanes[i];
+                    stats[2 * (x + i) + 1] = lanes[4 + i];
+                }
             }
             for (int g = 0, x = 0; g < gw_; ++g) {
-                v4 s = to[g];
+                v4 s = to[g], u = to[stride_ + g];
                 for (const int xe = std::min(w_, x + cell_); x < xe; ++x)
-                    s += stats[x];
+                    s += stats[2 * x], u += stats[2 * x + 1];
                 to[g] = s;
+                to[stride_ + g] = u;
             }
         }
-        for (int g = 0; g < gw_; ++g)
-            to[g] *= 1 / float((y1 - y0) * (std::min(w_, (g + 1) * cell_) - g * cell_));
+        for (int g = 0; g < gw_; ++g) {
+            const float norm =
+                1 / float((y1 - y0) * (std::min(w_, (g + 1) * cell_) - g * cell_));
+            to[g] *= norm;
+            to[stride_ + g] *= norm;
+        }
     }
 
     int w_, h_, cell_;
     // Coefficients are averaged over a quarter of the window radius only: windows centred far
     // off, which see a sliver of an edge and read it as noise, would pull colour across it.
     Box box_, spread_;
-    int gw_, gh_;
+    int gw_, gh_, stride_;
+    float lumaEps_;
     std::unique_ptr<v4[]> grid_;
     std::vector<Tap> columns_;
 };
@@ -348,24 +386,21 @@ struct RowChanges {
     const v4* luma = nullptr;
     const float *ratioR = nullptr, *ratioB = nullptr;
     const v4* chroma = nullptr;
+    const float* next = nullptr;  // the input row to fetch into cache meanwhile
 };
 
-// Writes one output row. Colour first: R − Y and B − Y become a·d + b. Then luminance: Y moves to
-// the filtered value, R and B with it in proportion to their window ratios. G follows from luma.
+// Writes one output row. Luminance first: Y moves to the filtered value, R − Y and B − Y with it
+// in proportion to their window ratios. Then colour: R − Y and B − Y become a·d + b. G follows
+// from luma.
 void finishRow(const float* in, float* out, int w, const RowChanges& k) {
     for (int x = 0; x < w; x += 4) {
+        if (k.next) __builtin_prefetch(k.next + 4 * x);
         v4 c[4];
         loadChannels(in, x, w, c);
         const v4i ok = usable(c[0], c[1], c[2]);
         const v4 lum = lumaOf(c[0], c[1], c[2]);
-        v4 dr = splat(0), db = splat(0), change = splat(0);
-        if (k.chroma) {
-            v4 q[4] = {k.chroma[x], k.chroma[x + 1], k.chroma[x + 2], k.chroma[x + 3]};
-            transpose(q[0], q[1], q[2], q[3]);
-            const v4 a = q[0] - 1;
-            dr = a * (c[0] - lum) + q[1];
-            db = a * (c[2] - lum) + q[2];
-        }
+        // Changes of Y, R − Y and B − Y, and the encoded luma that guides the colour.
+        v4 change = splat(0), dr = splat(0), db = splat(0), guide;
         if (k.luma) {
             v4 q[4] = {k.luma[x], k.luma[x + 1], k.luma[x + 2], k.luma[x + 3]};
             transpose(q[0], q[1], q[2], q[3]);  // weighted sums of a, b, lost variance; weight
@@ -375,9 +410,25 @@ void finishRow(const float* in, float* out, int w, const RowChanges& k) {
             // smoothing does not darken.
             const v4 fade = vmin(vmax(smooth * (1 / fullCorrection), splat(0)), splat(1));
             change = decode(smooth) + q[2] * norm * fade - lum;
-            dr += change * (1 + load(k.ratioR + x));
-            db += change * (1 + load(k.ratioB + x));
+            dr = change * load(k.ratioR + x);
+            db = change * load(k.ratioB + x);
+            guide = smooth;
+        } else if (k.chroma) {
+            guide = encode(lum);
         }
+        if (k.chroma) {
+            v4 q[4] = {k.chroma[2 * x], k.chroma[2 * x + 2], k.chroma[2 * x + 4],
+                       k.chroma[2 * x + 6]};
+            transpose(q[0], q[1], q[2], q[3]);
+            v4 p[4] = {k.chroma[2 * x + 1], k.chroma[2 * x + 3], k.chroma[2 * x + 5],
+                       k.chroma[2 * x + 7]};
+            transpose(p[0], p[1], p[2], p[3]);
+            const v4 a = q[0] - 1;
+            dr += a * (c[0] - lum + dr) + q[1] * guide + q[3];
+            db += a * (c[2] - lum + db) + q[2] * guide + p[0];
+        }
+        dr += change;
+        db += change;
         const v4 dg = (change - lumaR * dr - lumaB * db) * (1 / lumaG);
         c[0] = ok ? c[0] + dr : c[0];
         c[1] = ok ? c[1] + dg : c[1];
@@ -401,8 +452,8 @@ bool lumaPass(const Image& in, Image& out, float radius, float eps, const Chroma
     return parallelFor(0, blocks, exec, [&](int b0, int b1) {
         Column stats(box, w), coefs(box, w);
         PaddedRow row(w, box.pad());
-        std::vector<v4> line(chroma ? size_t(chroma->gridWidth()) : 0);
-        std::vector<v4> chromaRow(chroma ? size_t(w4) : 0);
+        std::vector<v4> line(chroma ? size_t(chroma->lineSize()) : 0);
+        std::vector<v4> chromaRow(chroma ? 2 * size_t(w4) : 0);
         // The window ratios of the rows between the two stages: R, then B.
         const int held = 2 * box.r + 3;
         std::vector<float> ratios(size_t(held) * size_t(w4) * 2);
@@ -487,7 +538,7 @@ Image rawNoiseReduction(const Image& input, const RawNoiseReductionParams& p,
     if (col > 0) {
         const float t = chromaThreshold * col * noiseScale;
         const float epsPerLevel = 2 * t * t / (midGrey + darkFloor);  // two channels
-        chroma.emplace(w, h, scale * (chromaBaseRadius + chromaRadiusGain * col));
+        chroma.emplace(w, h, scale * (chromaBaseRadius + chromaRadiusGain * col), noiseScale);
         if (!chroma->solve(input, epsPerLevel, exec)) return Image{};
     }
     Image out = Image::forOverwrite(w, h);
@@ -499,10 +550,11 @@ Image rawNoiseReduction(const Image& input, const RawNoiseReductionParams& p,
         return out;
     }
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
-        std::vector<v4> line(size_t(chroma->gridWidth())), chromaRow(size_t((w + 3) & ~3));
+        std::vector<v4> line(size_t(chroma->lineSize())), chromaRow(2 * size_t((w + 3) & ~3));
         for (int y = y0; y < y1; ++y) {
             chroma->coefficients(y, line.data(), chromaRow.data());
-            finishRow(input.row(y), out.row(y), w, RowChanges{.chroma = chromaRow.data()});
+            const RowChanges k{.chroma = chromaRow.data(), .next = input.row(std::min(y + 1, h - 1))};
+            finishRow(input.row(y), out.row(y), w, k);
         }
     });
     return done ? out : Image{};

@@ -112,19 +112,18 @@ TEST(RawNoiseReduction, ColourSmoothsChromaAndKeepsLuma) {
 }
 
 TEST(RawNoiseReduction, StepEdgesStaySharp) {
-    // A luma step, and a colour step of equal luma (red against green).
     const Image luma = make(64, 32, [](int x, int) {
         const float v = x < 32 ? 0.05f : 0.5f;
         return Pixel{v, v, v, 1};
-    });
-    const Image colour = make(64, 32, [](int x, int) {
-        return x < 29 ? Pixel{0.4f, 0.1155f, 0.1f, 1} : Pixel{0.05f, 0.2f, 0.1f, 1};
     });
     for (const float gain : {0.0f, 0.0005f}) {
         const Image in = withSensorNoise(luma, gain, 4);
         EXPECT_LT(riseWidth(rawNoiseReduction(in, {1, 1})), riseWidth(in) + 0.5) << gain;
     }
-    // Colour stays within a few percent of the step.
+    // Colours of equal luma (red against green) stay within a few percent of the step.
+    const Image colour = make(64, 32, [](int x, int) {
+        return x < 29 ? Pixel{0.4f, 0.1155f, 0.1f, 1} : Pixel{0.05f, 0.2f, 0.1f, 1};
+    });
     const Image out = rawNoiseReduction(colour, {1, 1});
     for (int x : {25, 27, 28, 29, 30, 32}) {
         const Pixel p = colour.at(x, 16), q = out.at(x, 16);
@@ -133,20 +132,48 @@ TEST(RawNoiseReduction, StepEdgesStaySharp) {
     }
 }
 
-TEST(RawNoiseReduction, FlatPatchesKeepTheirMeanColour) {
+TEST(RawNoiseReduction, NoisyEdgeKeepsItsSidesApartAndLosesItsNoise) {
+    // Dark grey against bright pink: the pink's chroma (R − Y ≈ 0.11) is far above the dark
+    // side's noise but not above the bright side's.
+    const Image in = withSensorNoise(make(64, 128,
+                                          [](int x, int) {
+                                              return x < 32 ? Pixel{0.05f, 0.05f, 0.05f, 1}
+                                                            : Pixel{0.6f, 0.45f, 0.5f, 1};
+                                          }),
+                                     0.002f, 9);
+    const Image out = rawNoiseReduction(in, {1, 1});
+    for (int x = 24; x < 40; ++x) {
+        const Spread before = spread(in, x, 0, x + 1, 128), after = spread(out, x, 0, x + 1, 128);
+        const float chroma = after.mean.r - luma(after.mean.r, after.mean.g, after.mean.b);
+        if (x < 32)
+            EXPECT_NEAR(chroma, 0, 0.008f) << x;
+        else
+            EXPECT_NEAR(chroma, 0.114f, 0.01f) << x;
+        EXPECT_LT(after.chroma, 0.3 * before.chroma) << x;
+        if (x >= 30 && x < 34) {
+            EXPECT_LT(after.luma, 0.6 * before.luma) << x;
+        }
+    }
+}
+
+TEST(RawNoiseReduction, FlatPatchesKeepTheirMeanColourAndLoseTheirNoise) {
     const Pixel colours[4] = {{0.30f, 0.12f, 0.05f, 1},
                               {0.04f, 0.09f, 0.20f, 1},
                               {0.6f, 0.6f, 0.55f, 1},
                               {0.02f, 0.03f, 0.015f, 1}};
-    const Image clean =
-        make(256, 256, [&](int x, int y) { return colours[x / 128 + 2 * (y / 128)]; });
-    const Image out = rawNoiseReduction(withSensorNoise(clean, 0.001f, 5), {1, 1});
+    const Image in = withSensorNoise(
+        make(256, 256, [&](int x, int y) { return colours[x / 128 + 2 * (y / 128)]; }), 0.002f,
+        5);
+    const Image out = rawNoiseReduction(in, {1, 1});
     for (int i = 0; i < 4; ++i) {
         const int x0 = (i % 2) * 128 + 32, y0 = (i / 2) * 128 + 32;
-        const Pixel m = spread(out, x0, y0, x0 + 64, y0 + 64).mean;
-        EXPECT_NEAR(m.r, colours[i].r, 0.01f * colours[i].r + 2e-4f) << i;
-        EXPECT_NEAR(m.g, colours[i].g, 0.01f * colours[i].g + 2e-4f) << i;
-        EXPECT_NEAR(m.b, colours[i].b, 0.01f * colours[i].b + 2e-4f) << i;
+        const Spread before = spread(in, x0, y0, x0 + 64, y0 + 64);
+        const Spread after = spread(out, x0, y0, x0 + 64, y0 + 64);
+        EXPECT_NEAR(after.mean.r, before.mean.r, 0.01f * before.mean.r) << i;
+        EXPECT_NEAR(after.mean.g, before.mean.g, 0.01f * before.mean.g) << i;
+        EXPECT_NEAR(after.mean.b, before.mean.b, 0.01f * before.mean.b) << i;
+        EXPECT_LT(after.luma, 0.35 * before.luma) << i;
+        EXPECT_LT(after.chroma, 0.25 * before.chroma) << i;
     }
 }
 
