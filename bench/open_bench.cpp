@@ -141,14 +141,7 @@ int main(int argc, char** argv) {
     const img::Image scene = mosaic();
     img::writeJpeg(scene, jpeg, img::JpegWriteOptions{92, {}, {}});
     // The DNG's camera: published matrices of a 24-megapixel-class APS-C body, lit by D65.
-    testing::DngSpec spec;
-    spec.width = kWidth, spec.height = kHeight;
-    spec.colorMatrix1 = {0.7755, -0.2449, -0.0349, -0.4470, 1.2136,
-                         0.1969, -0.0757, 0.1669,  0.6954};
-    spec.calibrationIlluminant1 = 17;
-    spec.colorMatrix2 = {0.6941, -0.1164, -0.0857, -0.3825, 1.1597,
-                         0.2534, -0.0416, 0.1540,  0.6039};
-    spec.calibrationIlluminant2 = 21;
+    testing::DngSpec spec = testing::apscCameraSpec(kWidth, kHeight);
     spec.iso = 800;
     const img::CameraCalibration cal{*spec.colorMatrix2, 6504, spec.colorMatrix1, 2856};
     spec.asShotNeutral = img::cameraNeutral(cal, img::kD65White);

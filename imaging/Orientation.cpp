@@ -11,32 +11,6 @@ Image orient(const Image& input, int orientation, const Execution& exec) {
     const bool swap = swapsAxes(orientation);
     const int ow = swap ? h : w, oh = swap ? w : h;
     Image out = Image::forOverwrite(ow, oh);
-    // Source coordinates of output pixel (ox, oy).
-    const auto source = [&](int ox, int oy, int& sx, int& sy) {
-        switch (orientation) {
-            case 2:
-                sx = w - 1 - ox, sy = oy;
-                break;
-            case 3:
-                sx = w - 1 - ox, sy = h - 1 - oy;
-                break;
-            case 4:
-                sx = ox, sy = h - 1 - oy;
-                break;
-            case 5:
-                sx = oy, sy = ox;
-                break;
-            case 6:
-                sx = oy, sy = h - 1 - ox;
-                break;
-            case 7:
-                sx = w - 1 - oy, sy = h - 1 - ox;
-                break;
-            default:
-                sx = w - 1 - oy, sy = ox;
-                break;  // 8
-        }
-    };
     // Blocks of rows keep the column walks of the quarter turns inside the cache.
     constexpr int kBlock = 64;
     const bool ok = parallelFor(0, (oh + kBlock - 1) / kBlock, exec, [&](int b0, int b1) {
@@ -45,9 +19,8 @@ Image orient(const Image& input, int orientation, const Execution& exec) {
                 for (int oy = by; oy < std::min(oh, by + kBlock); ++oy) {
                     float* dst = out.row(oy);
                     for (int ox = bx; ox < std::min(ow, bx + kBlock); ++ox) {
-                        int sx, sy;
-                        source(ox, oy, sx, sy);
-                        std::memcpy(dst + size_t(ox) * 4, input.row(sy) + size_t(sx) * 4,
+                        const SourcePoint s = orientedSource(orientation, w, h, ox, oy);
+                        std::memcpy(dst + size_t(ox) * 4, input.row(s.y) + size_t(s.x) * 4,
                                     4 * sizeof(float));
                     }
                 }

@@ -16,6 +16,32 @@ inline bool swapsAxes(int orientation) {
     return orientation >= 5 && orientation <= 8;
 }
 
+struct SourcePoint {
+    int x, y;
+};
+
+/// For a stored picture of w × h pixels, the stored pixel that lands at (x, y) of the upright one.
+inline SourcePoint orientedSource(int orientation, int w, int h, int x, int y) {
+    switch (orientation) {
+        case 2:
+            return {w - 1 - x, y};
+        case 3:
+            return {w - 1 - x, h - 1 - y};
+        case 4:
+            return {x, h - 1 - y};
+        case 5:
+            return {y, x};
+        case 6:
+            return {y, h - 1 - x};
+        case 7:
+            return {w - 1 - y, h - 1 - x};
+        case 8:
+            return {w - 1 - y, x};
+        default:
+            return {x, y};
+    }
+}
+
 /// The picture as it should be displayed, for a stored picture with the given orientation:
 /// 2 mirrors, 3 turns half way, 4 flips, 5 transposes, 6 turns a quarter clockwise, 7 transverses,
 /// 8 turns a quarter anticlockwise. 1 (and anything out of range) returns the input.

@@ -183,8 +183,9 @@ Image superpixels(LibRaw& raw, const std::array<double, 3>& multipliers, const E
                         const int row = 2 * y + r, col = 2 * x + q;
                         float level = black[r][q];
                         if (pattern)
-                            level += float(c.cblack[6 + (unsigned(row) % patternRows) * patternCols +
-                                                    unsigned(col) % patternCols]);
+                            level +=
+                                float(c.cblack[6 + (unsigned(row) % patternRows) * patternCols +
+                                               unsigned(col) % patternCols]);
                         const float v =
                             (float(sites[size_t(row + top) * pitch + size_t(col + left)]) - level) *
                             gain[r][q];
@@ -195,10 +196,9 @@ Image superpixels(LibRaw& raw, const std::array<double, 3>& multipliers, const E
                 const float red = sum[0] / count[0], green = sum[1] / count[1],
                             blue = sum[2] / count[2];
                 for (int k = 0; k < 3; ++k)
-                    dst[k] = std::min(std::max(m[k * 3] * red + m[k * 3 + 1] * green +
-                                                   m[k * 3 + 2] * blue,
-                                               0.0f),
-                                      1.0f);
+                    dst[k] = std::min(
+                        std::max(m[k * 3] * red + m[k * 3 + 1] * green + m[k * 3 + 2] * blue, 0.0f),
+                        1.0f);
                 dst[3] = 1;
             }
         }
@@ -251,34 +251,8 @@ Image RawDecoder::develop(const std::array<double, 3>& multipliers, bool halfSiz
         for (int oy = y0; oy < y1; ++oy) {
             float* dst = out.row(oy);
             for (int ox = 0; ox < ow; ++ox, dst += 4) {
-                int sx, sy;
-                switch (orientation) {
-                    case 2:
-                        sx = w - 1 - ox, sy = oy;
-                        break;
-                    case 3:
-                        sx = w - 1 - ox, sy = h - 1 - oy;
-                        break;
-                    case 4:
-                        sx = ox, sy = h - 1 - oy;
-                        break;
-                    case 5:
-                        sx = oy, sy = ox;
-                        break;
-                    case 6:
-                        sx = oy, sy = h - 1 - ox;
-                        break;
-                    case 7:
-                        sx = w - 1 - oy, sy = h - 1 - ox;
-                        break;
-                    case 8:
-                        sx = w - 1 - oy, sy = ox;
-                        break;
-                    default:
-                        sx = ox, sy = oy;
-                        break;
-                }
-                const auto* px = image[size_t(sy) * size_t(w) + size_t(sx)];
+                const SourcePoint s = orientedSource(orientation, w, h, ox, oy);
+                const auto* px = image[size_t(s.y) * size_t(w) + size_t(s.x)];
                 dst[0] = px[0] * kScale, dst[1] = px[1] * kScale, dst[2] = px[2] * kScale;
                 dst[3] = 1;
             }

@@ -17,17 +17,8 @@ namespace {
 using testing::DngSpec;
 using testing::TempDir;
 
-// Published XYZ→camera matrices of a common APS-C camera, under Standard A and D65.
 DngSpec canonSpec(int w, int h) {
-    DngSpec spec;
-    spec.width = w, spec.height = h;
-    spec.colorMatrix1 = {0.7755, -0.2449, -0.0349, -0.4470, 1.2136,
-                         0.1969, -0.0757, 0.1669,  0.6954};
-    spec.calibrationIlluminant1 = 17;
-    spec.colorMatrix2 = {0.6941, -0.1164, -0.0857, -0.3825, 1.1597,
-                         0.2534, -0.0416, 0.1540,  0.6039};
-    spec.calibrationIlluminant2 = 21;
-    return spec;
+    return testing::apscCameraSpec(w, h);
 }
 
 img::CameraCalibration calibrationOf(const DngSpec& spec) {

@@ -54,6 +54,10 @@ struct DngSpec {
     std::vector<uint8_t> previewRGB;
 };
 
+/// A spec with the published XYZ→camera matrices of a common APS-C camera: ColorMatrix1 under
+/// Standard A, ColorMatrix2 under D65.
+DngSpec apscCameraSpec(int width, int height);
+
 /// Linear camera RGB at a sensor site, 0..1 from black to white level. Only the channel of the
 /// site's colour is used, clamped to 0..1 (NaN as 0). Called once per site, row by row; an empty
 /// function gives a black frame.

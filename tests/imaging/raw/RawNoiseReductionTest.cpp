@@ -194,6 +194,45 @@ TEST(RawNoiseReduction, ExtendedRangeAndBadPixels) {
                 << x << "," << y;
         }
     EXPECT_EQ(out.at(20, 10).r, INFINITY);
+    // Images smaller than any window.
+    for (const auto [w, h] : {std::pair{1, 1}, std::pair{3, 2}, std::pair{1, 7}, std::pair{6, 1}}) {
+        const Image tiny = rawNoiseReduction(withSensorNoise(Image::filled(w, h, {0.3f, 0.2f, 0.1f, 1}), 0.002f, 10), {1, 1, 4});
+        ASSERT_EQ(tiny.width(), w);
+        ASSERT_EQ(tiny.height(), h);
+        for (int i = 0; i < w * h * 4; ++i)
+            EXPECT_TRUE(std::isfinite(tiny.data()[i]));
+    }
+}
+
+// How far a faint reddish dot in flat grey spreads: the rms distance from it, weighted by the
+// change of luma (or of R − Y), changes below rounding ignored.
+double reach(const RawNoiseReductionParams& p, bool chroma) {
+    Image in = Image::filled(129, 129, {0.18f, 0.18f, 0.18f, 1});
+    in.set(64, 64, {0.19f, 0.18f, 0.18f, 1});
+    const Image out = rawNoiseReduction(in, p);
+    double weight = 0, moment = 0;
+    for (int y = 0; y < 129; ++y)
+        for (int x = 0; x < 129; ++x) {
+            const Pixel a = in.at(x, y), b = out.at(x, y);
+            const float ya = luma(a.r, a.g, a.b), yb = luma(b.r, b.g, b.b);
+            const double change = std::abs(chroma ? (b.r - yb) - (a.r - ya) : yb - ya);
+            if (change < 1e-6 || (x == 64 && y == 64)) continue;
+            weight += change;
+            moment += change * ((x - 64) * (x - 64) + (y - 64) * (y - 64));
+        }
+    return std::sqrt(moment / weight);
+}
+
+TEST(RawNoiseReduction, RadiiGrowWithTheAmountAndShrinkWithTheScale) {
+    for (const bool chroma : {false, true}) {
+        auto params = [&](float amount, float scale) {
+            return chroma ? RawNoiseReductionParams{0, amount, scale}
+                          : RawNoiseReductionParams{amount, 0, scale};
+        };
+        const double full = reach(params(1, 1), chroma);
+        EXPECT_LT(reach(params(0.3f, 1), chroma), 0.8 * full) << chroma;
+        EXPECT_NEAR(reach(params(1, 0.5f), chroma), 0.55 * full, 0.15 * full) << chroma;
+    }
 }
 
 // 2×2 averages: a half-size proxy.
