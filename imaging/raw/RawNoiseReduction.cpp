@@ -345,8 +345,8 @@ class ChromaFilter {
                 const v4 lum = lumaOf(c[0], c[1], c[2]), zero = splat(0);
                 const v4 dr = ok ? c[0] - lum : zero, db = ok ? c[2] - lum : zero;
                 const v4 f = ok ? encode(lum) : zero;
-                v4 lanes[8] = {dr, db, dr * dr + db * db, ok ? lum : zero,
-                               f,  f * f, f * dr,        f * db};
+                v4 lanes[8] = {dr,     db,    dr * dr + db * db, ok ? lum : zero, f, f * f,
+                               f * dr, f * db};
                 transpose(lanes[0], lanes[1], lanes[2], lanes[3]);
                 transpose(lanes[4], lanes[5], lanes[6], lanes[7]);
                 for (int i = 0; i < 4; ++i) {
@@ -363,8 +363,7 @@ class ChromaFilter {
             }
         }
         for (int g = 0; g < gw_; ++g) {
-            const float norm =
-                1 / float((y1 - y0) * (std::min(w_, (g + 1) * cell_) - g * cell_));
+            const float norm = 1 / float((y1 - y0) * (std::min(w_, (g + 1) * cell_) - g * cell_));
             to[g] *= norm;
             to[stride_ + g] *= norm;
         }
@@ -390,8 +389,8 @@ struct RowChanges {
 };
 
 // Writes one output row. Luminance first: Y moves to the filtered value, R − Y and B − Y with it
-// in proportion to their window ratios. Then colour: R − Y and B − Y become a·d + b. G follows
-// from luma.
+// in proportion to their window ratios. Then colour: d = (R − Y, B − Y) becomes the interpolated
+// a·d + (1 − a)α·f + (1 − a)β, f the encoded luma after the luminance pass. G follows from luma.
 void finishRow(const float* in, float* out, int w, const RowChanges& k) {
     for (int x = 0; x < w; x += 4) {
         if (k.next) __builtin_prefetch(k.next + 4 * x);
@@ -400,7 +399,7 @@ void finishRow(const float* in, float* out, int w, const RowChanges& k) {
         const v4i ok = usable(c[0], c[1], c[2]);
         const v4 lum = lumaOf(c[0], c[1], c[2]);
         // Changes of Y, R − Y and B − Y, and the encoded luma that guides the colour.
-        v4 change = splat(0), dr = splat(0), db = splat(0), guide;
+        v4 change = splat(0), dr = splat(0), db = splat(0), guide = splat(0);
         if (k.luma) {
             v4 q[4] = {k.luma[x], k.luma[x + 1], k.luma[x + 2], k.luma[x + 3]};
             transpose(q[0], q[1], q[2], q[3]);  // weighted sums of a, b, lost variance; weight
@@ -532,8 +531,8 @@ Image rawNoiseReduction(const Image& input, const RawNoiseReductionParams& p,
     // Downsizing averages noise away in proportion, so thresholds shrink with the scale too.
     const float noiseScale = std::min(scale, 1.0f);
     const int w = input.width(), h = input.height();
-    // The colour pass keeps luma and the luminance pass reads only luma and window means, so both
-    // can work from the input and finish each pixel in one step.
+    // The colour statistics are taken from the input rather than the luminance pass's output (the
+    // two differ by little within a window), so both passes finish each pixel in one step.
     std::optional<ChromaFilter> chroma;
     if (col > 0) {
         const float t = chromaThreshold * col * noiseScale;
@@ -553,7 +552,8 @@ Image rawNoiseReduction(const Image& input, const RawNoiseReductionParams& p,
         std::vector<v4> line(size_t(chroma->lineSize())), chromaRow(2 * size_t((w + 3) & ~3));
         for (int y = y0; y < y1; ++y) {
             chroma->coefficients(y, line.data(), chromaRow.data());
-            const RowChanges k{.chroma = chromaRow.data(), .next = input.row(std::min(y + 1, h - 1))};
+            const RowChanges k{.chroma = chromaRow.data(),
+                               .next = input.row(std::min(y + 1, h - 1))};
             finishRow(input.row(y), out.row(y), w, k);
         }
     });

@@ -19,14 +19,17 @@ struct RawNoiseReductionParams {
     bool isNeutral() const { return luminance <= 0 && color <= 0; }
 };
 
-/// Luminance: a self-guided filter on √-encoded luma (where sensor noise is nearly
-/// level-independent); RGB follow the new luma with their chroma scaled alike, so colour ratios
-/// hold; a variance term keeps the mean linear brightness. Colour: a guided filter on the
-/// differences R − Y and B − Y over a larger window, computed on a coarse grid with its
-/// coefficients interpolated back; its threshold follows the local brightness like sensor noise
-/// does; luma stays unchanged. Both are O(1) per pixel in the radius, deterministic for any thread
-/// count; edges replicate. Works on the stored (premultiplied) colour; alpha is kept. Pixels with a
-/// non-finite channel pass through and do not spread.
+/// Luminance: a self-guided filter on √-encoded luma (where shot noise is nearly level-independent)
+/// over 1 + 2·amount sensor pixels; R − Y and B − Y follow the luma change in proportion to their
+/// local ratio to luma, so colour ratios hold without a tint from noise, and a variance term keeps
+/// the mean linear brightness. Colour: a guided filter on R − Y and B − Y over 8 + 8·amount sensor
+/// pixels, explained where possible by the local luma (so colour stays on its side of a luma
+/// edge) and otherwise self-guided (so colour edges of equal luma keep), its threshold following
+/// brightness like shot noise; luma is unchanged. Both cost O(1) per pixel whatever the radius,
+/// the colour pass working on a coarse grid whose coefficients are interpolated back. Results do
+/// not depend on the thread count; edges replicate. Works on the stored (premultiplied) colour and
+/// keeps alpha. Pixels with a non-finite channel, or one beyond ±65504, pass through unchanged and
+/// do not spread. Amounts of 0 in both return the input itself.
 Image rawNoiseReduction(const Image& input, const RawNoiseReductionParams& p,
                         const Execution& exec = {});
 
