@@ -30,8 +30,8 @@ constexpr float darkFloor = 0.004f;
 // Pixels beyond this (or non-finite) pass through and enter the statistics as 0, so squares and
 // sums stay finite.
 constexpr float valueLimit = 65504;
-// Windows that straddle an edge get less say in the pixels they cover; this floor keeps the sum of
-// weights positive.
+// Luminance windows that straddle an edge get less say in the pixels they cover; this floor keeps
+// the sum of their weights positive.
 constexpr float minWeight = 1e-6f;
 // Keeps ε positive when an amount is vanishingly small.
 constexpr float minEps = 1e-30f;
@@ -214,14 +214,15 @@ struct PaddedRow {
 // leaves, of variance v, is treated like a self-guided filter: a = v² / (v² + ε²), ε following
 // the window's brightness like shot noise, so colour edges of equal luma keep too. The window's
 // model of a pixel is a·d + (1 − a)(α·f + β); a pixel takes the mean of the models of the windows
-// over it. Statistics and coefficients live on a grid of `cell`-pixel squares; the coefficients
-// are interpolated back to pixels.
+// over it. Statistics and coefficients live on a grid of squares of a quarter of the radius, at
+// least 3 pixels (finer, the grid would cost more than the pixels); the coefficients are
+// interpolated back, each pixel applying them to its own d and f.
 class ChromaFilter {
   public:
     ChromaFilter(int width, int height, float radius, float noiseScale)
         : w_(width),
           h_(height),
-          cell_(std::clamp(int(radius / 4), 2, 16)),
+          cell_(std::clamp(int(radius / 4), 3, 16)),
           box_(radius / float(cell_)),
           spread_(radius / float(cell_) / 4),
           gw_((w_ + cell_ - 1) / cell_),

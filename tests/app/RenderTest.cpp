@@ -96,8 +96,14 @@ TEST(RenderCommand, FilesThatDoNotOpenFailWithStatusOne) {
     std::vector<uint8_t> cut = testing::encodeJpeg(64, 48, testing::quadrantRGB(64, 48), 90);
     cut.resize(cut.size() * 2 / 3);
     testing::writeBytes(dir.file("cut.jpg"), cut);
-    for (const std::string& in : {dir.file("missing.jpg"), dir.path().string(),
-                                  dir.file("zero.jpg"), dir.file("cut.jpg")}) {
+    // A PNG whose header claims 100000 × 100000 pixels, and nothing after it.
+    testing::writeBytes(
+        dir.file("huge.png"),
+        {0x89, 'P',  'N',  'G', '\r', '\n', 0x1A, '\n', 0, 0, 0, 13, 'I', 'H', 'D', 'R', 0,
+         1,    0x86, 0xA0, 0,   1,    0x86, 0xA0, 8,    2, 0, 0, 0,  0,   0,   0,   0});
+    for (const std::string& in :
+         {dir.file("missing.jpg"), dir.path().string(), dir.file("zero.jpg"), dir.file("cut.jpg"),
+          dir.file("huge.png")}) {
         const Outcome r = render({in, dir.file("out.jpg")});
         EXPECT_EQ(r.status, 1) << in;
         EXPECT_EQ(r.err.rfind("failed: ", 0), 0u) << r.err;
