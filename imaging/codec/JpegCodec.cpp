@@ -5,6 +5,7 @@
 #include <csetjmp>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include <jpeglib.h>
@@ -70,6 +71,41 @@ struct RowProgress {
     }
 };
 
+/// Rows in batches that two threads take from opposite ends: a helper from the top, the calling
+/// thread from the bottom when it has nothing better to do, so that both cores share the
+/// conversion whichever side is faster. Each batch is taken exactly once.
+class RowBatches {
+  public:
+    static constexpr int kRows = 32;
+    explicit RowBatches(int rows)
+        : rows_(rows), bottom_((rows + kRows - 1) / kRows), done_(size_t(bottom_)) {}
+    /// The next batch from the top, or -1 when none is left.
+    int takeTop() {
+        std::lock_guard lock(mutex_);
+        return top_ < bottom_ ? top_++ : -1;
+    }
+    int takeBottom() {
+        std::lock_guard lock(mutex_);
+        return top_ < bottom_ ? --bottom_ : -1;
+    }
+    int first(int batch) const { return batch * kRows; }
+    int end(int batch) const { return std::min(rows_, (batch + 1) * kRows); }
+    void finish(int batch) {
+        done_[size_t(batch)].store(1, std::memory_order_release);
+        done_[size_t(batch)].notify_all();
+    }
+    bool finished(int batch) const {
+        return done_[size_t(batch)].load(std::memory_order_acquire) != 0;
+    }
+    void waitFinished(int batch) const { done_[size_t(batch)].wait(0, std::memory_order_acquire); }
+
+  private:
+    const int rows_;
+    std::mutex mutex_;
+    int top_ = 0, bottom_;
+    std::vector<std::atomic<uint8_t>> done_;
+};
+
 struct DecodeSession {
     jpeg_decompress_struct info{};
     ErrorManager errors;
@@ -79,6 +115,7 @@ struct DecodeSession {
     std::unique_ptr<InputColour> colour;
     Image image;
     RowProgress progress;
+    std::unique_ptr<RowBatches> batches;
     std::jthread converter;
 
     ~DecodeSession() {
@@ -99,16 +136,19 @@ std::vector<uint8_t> readIcc(j_decompress_ptr info) {
     return icc;
 }
 
-// Converts decoded rows into the image as they arrive.
+void convertBatch(DecodeSession* s, int batch) {
+    for (int y = s->batches->first(batch); y < s->batches->end(batch); ++y)
+        s->colour->convertRow(s->samples.data() + size_t(y) * size_t(s->rowBytes), s->image.width(),
+                              s->image.row(y));
+}
+
+// Converts decoded rows into the image from the top, as the decoder delivers them.
 void convertRows(DecodeSession* s) {
-    const int height = s->image.height(), width = s->image.width();
-    int done = 0;
-    while (done < height) {
-        const int ready = s->progress.waitBeyond(done);
-        if (ready < 0) return;
-        for (; done < std::min(ready, height); ++done)
-            s->colour->convertRow(s->samples.data() + size_t(done) * size_t(s->rowBytes), width,
-                                  s->image.row(done));
+    for (int b; (b = s->batches->takeTop()) >= 0;) {
+        const int need = s->batches->end(b);
+        for (int ready = s->progress.ready.load(); ready < need;)
+            if ((ready = s->progress.waitBeyond(ready)) < 0) return;
+        convertBatch(s, b);
     }
 }
 
@@ -147,6 +187,7 @@ bool decode(DecodeSession* s, int reduction, bool parallel) {
     s->rowBytes = int(info.output_width) * layout.channels;
     s->samples.resize(size_t(s->rowBytes) * info.output_height);
     s->image = Image::forOverwrite(int(info.output_width), int(info.output_height));
+    s->batches = std::make_unique<RowBatches>(int(info.output_height));
     jpeg_start_decompress(&info);
     if (parallel) s->converter = std::jthread(convertRows, s);
     while (info.output_scanline < info.output_height) {
@@ -189,12 +230,10 @@ Image decodeJpeg(std::span<const uint8_t> bytes, int reduction, const Execution&
     checkDimensions(s->info.image_width, s->info.image_height);
     const bool parallel = exec.threadCount() > 1;
     if (!decode(s.get(), reduction, parallel)) throw DecodeError(s->errors.message);
-    if (parallel)
-        s->converter.join();
-    else
-        for (int y = 0; y < s->image.height(); ++y)
-            s->colour->convertRow(s->samples.data() + size_t(y) * size_t(s->rowBytes),
-                                  s->image.width(), s->image.row(y));
+    // The decoder is done: this thread takes its share of the conversion from the bottom.
+    for (int b; (b = s->batches->takeBottom()) >= 0;)
+        convertBatch(s.get(), b);
+    if (parallel) s->converter.join();
     if (exec.cancelled()) return {};
     return std::move(s->image);
 }
@@ -208,29 +247,27 @@ struct EncodeSession {
     unsigned char* buffer = nullptr;
     unsigned long size = 0;
     std::vector<uint8_t> samples;
-    RowProgress progress;
+    std::unique_ptr<RowBatches> batches;
     std::jthread converter;
 
     ~EncodeSession() {
-        if (converter.joinable()) {
-            progress.halt();
-            converter.join();
-        }
+        if (converter.joinable()) converter.join();
         if (created) jpeg_destroy_compress(&info);
         std::free(buffer);
     }
 };
 
-// Runs ahead of the encoder, turning float rows into 8-bit rows in batches.
-void quantizeRows(EncodeSession* s, const Image* image, int batch) {
+void quantizeBatch(EncodeSession* s, const Image* image, int batch) {
     const int w = image->width();
-    for (int y0 = 0; y0 < image->height(); y0 += batch) {
-        if (s->progress.stop.load(std::memory_order_acquire)) return;
-        const int y1 = std::min(image->height(), y0 + batch);
-        for (int y = y0; y < y1; ++y)
-            toSrgb8(image->row(y), w, s->samples.data() + size_t(y) * size_t(w) * 3, 3);
-        s->progress.publish(y1);
-    }
+    for (int y = s->batches->first(batch); y < s->batches->end(batch); ++y)
+        toSrgb8(image->row(y), w, s->samples.data() + size_t(y) * size_t(w) * 3, 3);
+    s->batches->finish(batch);
+}
+
+// Runs ahead of the encoder, turning float rows into 8-bit rows from the top.
+void quantizeRows(EncodeSession* s, const Image* image) {
+    for (int b; (b = s->batches->takeTop()) >= 0;)
+        quantizeBatch(s, image, b);
 }
 
 bool encode(EncodeSession* s, const Image* image, const JpegWriteOptions* o, bool parallel) {
@@ -256,14 +293,17 @@ bool encode(EncodeSession* s, const Image* image, const JpegWriteOptions* o, boo
         jpeg_write_marker(&info, JPEG_APP0 + 1, o->exif.data(), unsigned(o->exif.size()));
     if (!o->icc.empty()) jpeg_write_icc_profile(&info, o->icc.data(), unsigned(o->icc.size()));
     const int w = image->width();
-    if (parallel)
-        s->converter = std::jthread(quantizeRows, s, image, 32);
-    else
-        quantizeRows(s, image, image->height());
-    int ready = parallel ? 0 : image->height();
+    if (parallel) s->converter = std::jthread(quantizeRows, s, image);
     while (info.next_scanline < info.image_height) {
-        if (int(info.next_scanline) >= ready)
-            ready = s->progress.waitBeyond(int(info.next_scanline));
+        // While the row to encode is not ready, quantise from the bottom instead of waiting.
+        const int needed = int(info.next_scanline) / RowBatches::kRows;
+        while (!s->batches->finished(needed)) {
+            const int b = s->batches->takeBottom();
+            if (b >= 0)
+                quantizeBatch(s, image, b);
+            else
+                s->batches->waitFinished(needed);
+        }
         JSAMPROW row = s->samples.data() + size_t(info.next_scanline) * size_t(w) * 3;
         jpeg_write_scanlines(&info, &row, 1);
     }
@@ -280,6 +320,7 @@ std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& opti
     installErrors(s->errors);
     s->info.err = &s->errors.base;
     s->samples.resize(image.pixelCount() * 3);
+    s->batches = std::make_unique<RowBatches>(image.height());
     if (!encode(s.get(), &image, &options, exec.threadCount() > 1))
         throw std::runtime_error(s->errors.message);
     return std::vector<uint8_t>(s->buffer, s->buffer + s->size);
