@@ -10,6 +10,7 @@
 
 #include "render/ImageSource.h"
 #include "render/ImageWriter.h"
+#include "render/PathNames.h"
 
 namespace ql::HeadlessRender {
 namespace {
@@ -91,7 +92,7 @@ int run(const Arguments& args, Console& console) {
         writeImage(picture, args[1], exportFormatForPath(args[1]), 92, source.properties());
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-        const std::string name = std::filesystem::path(args[1]).filename().string();
+        const std::string name = fileName(args[1]);
         char line[64];
         std::snprintf(line, sizeof line, " %.0fx%.0f raw=%s in %.2fs\n",
                       double(source.fullSize().width), double(source.fullSize().height),

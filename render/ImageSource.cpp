@@ -4,6 +4,7 @@
 #include <cmath>
 #include <set>
 
+#include "PathNames.h"
 #include "edit/AppLanguage.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/Orientation.h"
@@ -16,21 +17,6 @@
 namespace ql {
 
 namespace {
-
-std::string fileName(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string lowerExtension(const std::string& path) {
-    const std::string name = fileName(path);
-    const auto dot = name.find_last_of('.');
-    if (dot == std::string::npos) return {};
-    std::string ext = name.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
-    return ext;
-}
 
 std::string replaced(std::string text, std::string_view marker, const std::string& value) {
     const auto at = text.find(marker);
@@ -96,9 +82,10 @@ void ImageSource::openRaw() {
 
 void ImageSource::openPlain() {
     try {
-        const std::vector<uint8_t> bytes = img::readFileBytes(url_);
+        std::vector<uint8_t> bytes = img::readFileBytes(url_);
         const img::ImageHeader header = img::readImageHeader(bytes);
         decodedUpright_ = header.upright;
+        openedBytes_ = std::move(bytes);
         const bool swap = !header.upright && img::swapsAxes(orientation_);
         fullSize_ =
             swap ? PixelSize{header.height, header.width} : PixelSize{header.width, header.height};
@@ -170,7 +157,14 @@ img::Image ImageSource::developRaw(const RawKey& key, bool proxy, std::string* e
 
 img::Image ImageSource::decodePlain(int atLeastLongEdge, std::string* error) {
     try {
-        const std::vector<uint8_t> bytes = img::readFileBytes(url_);
+        // The first decode uses the bytes read at opening; later ones read the file again
+        // rather than hold a copy of it for as long as the photo is open.
+        std::vector<uint8_t> bytes;
+        {
+            std::lock_guard lock(bytesMutex_);
+            bytes.swap(openedBytes_);
+        }
+        if (bytes.empty()) bytes = img::readFileBytes(url_);
         img::Image image = img::decodeImage(bytes, atLeastLongEdge);
         ++decodes_;
         return decodedUpright_ ? image : img::orient(image, orientation_);

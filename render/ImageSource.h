@@ -123,6 +123,8 @@ class ImageSource {
     std::optional<img::LensProfile> lensProfile_;
     img::LensShot lensShot_;
     bool decodedUpright_ = false;  // the plain decoder applies the orientation itself
+    std::mutex bytesMutex_;
+    std::vector<uint8_t> openedBytes_;  // a plain file's bytes, until its first decode
 
     std::unique_ptr<img::RawDecoder> raw_;
     mutable std::mutex mutex_;  // guards everything below

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "PathNames.h"
 #include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/PngCodec.h"
 #include "imaging/codec/SrgbProfile.h"
@@ -11,13 +12,7 @@
 namespace ql {
 
 ExportFormat exportFormatForPath(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    const auto dot = path.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
-        return ExportFormat::jpeg;
-    std::string ext = path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return char(std::tolower(c)); });
+    const std::string ext = lowerExtension(path);
     if (ext == "tif" || ext == "tiff") return ExportFormat::tiff16;
     if (ext == "png") return ExportFormat::png;
     return ExportFormat::jpeg;

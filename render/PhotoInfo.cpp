@@ -79,8 +79,9 @@ bool usableLens(std::string_view s) {
     return letters;
 }
 
-// "18-55mm f/3.5-5.6" from the four numbers of a lens specification (unknown parts are 0/0).
-std::optional<std::string> lensFromSpecification(const Metadata& m, const char* key) {
+// "18-55mm f/3.5-5.6" from the four numbers of a lens's focal and aperture range (unknown parts
+// are 0/0).
+std::optional<std::string> lensFromRange(const Metadata& m, const char* key) {
     const auto part = [&](size_t i) { return within(m.number(key, i), 0.01, 1e5); };
     const auto wide = part(0), tele = part(1), fWide = part(2), fTele = part(3);
     if (!wide) return std::nullopt;
@@ -107,7 +108,7 @@ std::optional<std::string> lensName(const Metadata& m) {
           "Exif.Pentax.LensType", "Exif.PentaxDng.LensType", "Exif.Samsung2.LensType"})
         if (auto t = m.interpreted(key); t && usableLens(*t)) return t;
     for (const char* key : {"Exif.Photo.LensSpecification", "Exif.Image.LensInfo"})
-        if (auto t = lensFromSpecification(m, key)) return t;
+        if (auto t = lensFromRange(m, key)) return t;
     return std::nullopt;
 }
 

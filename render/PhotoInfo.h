@@ -31,7 +31,8 @@ struct PhotoInfo {
     std::optional<double> focalMM;
 };
 
-/// Standard EXIF first, then XMP; the lens also from maker notes and the lens specification.
+/// Standard EXIF first, then XMP; the lens also from maker notes and from its focal and aperture
+/// range.
 PhotoInfo readInfo(const img::Metadata& metadata);
 
 /// When the photo was taken: DateTimeOriginal, else DateTimeDigitized, else DateTime, each with

@@ -41,21 +41,4 @@ std::vector<uint8_t> readFileBytes(const std::string& path, uint64_t limit) {
     return bytes;
 }
 
-std::vector<uint8_t> readFileHead(const std::string& path, size_t count) {
-    Fd file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
-    if (file.fd < 0) return {};
-    struct stat st {};
-    if (::fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) return {};
-    std::vector<uint8_t> bytes(count);
-    size_t done = 0;
-    while (done < count) {
-        const ssize_t n = ::read(file.fd, bytes.data() + done, count - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += size_t(n);
-    }
-    bytes.resize(done);
-    return bytes;
-}
-
 }  // namespace ql::img

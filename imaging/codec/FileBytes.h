@@ -11,7 +11,4 @@ namespace ql::img {
 /// larger than `limit` bytes.
 std::vector<uint8_t> readFileBytes(const std::string& path, uint64_t limit = uint64_t(4) << 30);
 
-/// The first `count` bytes (fewer when the file is shorter); empty when it can't be read.
-std::vector<uint8_t> readFileHead(const std::string& path, size_t count);
-
 }  // namespace ql::img

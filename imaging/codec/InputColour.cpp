@@ -55,12 +55,17 @@ int tableSize(SampleType t) {
     return t == SampleType::u8 ? 256 : 65536;
 }
 
-std::vector<float> srgbCurve(SampleType t) {
-    const int n = tableSize(t);
-    auto table = std::vector<float>(size_t(n));
-    for (int i = 0; i < n; ++i)
-        table[size_t(i)] = srgbDecode(float(double(i) / (n - 1)));
-    return table;
+// The sRGB curve sampled at every code of a sample type; built once per type, since every file
+// without a profile needs it.
+const std::vector<float>& srgbCurve(SampleType t) {
+    const auto build = [](int n) {
+        auto table = std::vector<float>(size_t(n));
+        for (int i = 0; i < n; ++i)
+            table[size_t(i)] = srgbDecode(float(double(i) / (n - 1)));
+        return table;
+    };
+    static const std::vector<float> eightBit = build(256), sixteenBit = build(65536);
+    return t == SampleType::u8 ? eightBit : sixteenBit;
 }
 
 void setMatrix(InputColour::State& s, const Matrix& m) {

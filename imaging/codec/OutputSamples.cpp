@@ -41,6 +41,13 @@ inline float unpremultiplied(float c, float a) {
 
 }  // namespace
 
+bool isOpaque(const Image& image) {
+    const float* p = image.data();
+    for (size_t i = 0, n = image.pixelCount(); i < n; ++i)
+        if (p[i * 4 + 3] < 1) return false;
+    return true;
+}
+
 void toSrgb8(const float* rgba, int width, uint8_t* out, int channels) {
     const EightBitTable& code = eightBit();
     if (channels == 3) {

@@ -4,7 +4,12 @@
 
 #include <cstdint>
 
+#include "imaging/Image.h"
+
 namespace ql::img {
+
+/// True when every pixel's alpha is 1: writers then leave the alpha channel out.
+bool isOpaque(const Image& image);
 
 /// `width` RGBA floats (linear, premultiplied) to 8-bit sRGB with `channels` 3 (alpha dropped)
 /// or 4 per pixel.

@@ -145,10 +145,7 @@ bool writeRows(WriteSession* s, int width, int height, int channels) {
 void writePng8(const Image& image, const std::string& path, const Execution& exec) {
     if (image.empty()) throw std::runtime_error("there is no image to write");
     const int w = image.width(), h = image.height();
-    bool opaque = true;
-    for (size_t i = 0; i < image.pixelCount() && opaque; ++i)
-        opaque = image.data()[i * 4 + 3] >= 1;
-    const int channels = opaque ? 3 : 4;
+    const int channels = isOpaque(image) ? 3 : 4;
     auto s = std::make_unique<WriteSession>();
     s->samples.resize(image.pixelCount() * size_t(channels));
     s->rows.resize(size_t(h));

@@ -185,10 +185,7 @@ void writeTiff16(const Image& image, const std::string& path, const Execution& e
     if (image.empty()) throw std::runtime_error("there is no image to write");
     silenceTiff();
     const int w = image.width(), h = image.height();
-    bool opaque = true;
-    for (size_t i = 0; i < image.pixelCount() && opaque; ++i)
-        opaque = image.data()[i * 4 + 3] >= 1;
-    const int channels = opaque ? 3 : 4;
+    const int channels = isOpaque(image) ? 3 : 4;
     std::vector<uint16_t> samples(image.pixelCount() * size_t(channels));
     parallelFor(0, h, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y)

@@ -107,7 +107,7 @@ TEST(PhotoInfo, ReadsExifValues) {
 }
 
 TEST(PhotoInfo, FallbacksAndUnusableValues) {
-    // APEX values, a lens specification, ISO beyond 65535, impossible dates
+    // APEX values, a lens's focal and aperture range, ISO beyond 65535, impossible dates
     // before a local one.
     const ql::PhotoInfo info =
         ql::readInfo(tagged({{"Exif.Photo.ShutterSpeedValue", "-4/3"},
