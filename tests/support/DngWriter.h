@@ -54,8 +54,8 @@ struct DngSpec {
     std::vector<uint8_t> previewRGB;
 };
 
-/// A spec with the published XYZ→camera matrices of a common APS-C camera: ColorMatrix1 under
-/// Standard A, ColorMatrix2 under D65.
+/// A DNG description with the published XYZ→camera matrices of a common APS-C camera: ColorMatrix1
+/// under Standard A, ColorMatrix2 under D65.
 DngSpec apscCameraSpec(int width, int height);
 
 /// Linear camera RGB at a sensor site, 0..1 from black to white level. Only the channel of the
