@@ -11,6 +11,7 @@
 #include "render/ImageSource.h"
 #include "render/ImageWriter.h"
 #include "render/PathNames.h"
+#include "render/Pipeline.h"
 
 namespace ql::HeadlessRender {
 namespace {
@@ -86,9 +87,11 @@ int run(const Arguments& args, Console& console) {
     try {
         ImageSource source(args[0], 2400);
         std::string error;
-        // The develop pipeline joins here; until then the decoded picture is written as it is.
-        const img::Image picture = source.fullBase(adjustments, &error);
-        if (picture.empty()) return failed(error.empty() ? "the photo gave no picture" : error);
+        const img::Image base = source.fullBase(adjustments, &error);
+        if (base.empty()) return failed(error.empty() ? "the photo gave no picture" : error);
+        const Pipeline pipeline;
+        const img::Image picture = pipeline.apply(adjustments, base, source.isRAW(),
+                                                  source.cameraLUT(), true, {}, nullptr, {});
         writeImage(picture, args[1], exportFormatForPath(args[1]), 92, source.properties());
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();

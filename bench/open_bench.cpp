@@ -28,6 +28,7 @@
 #include "imaging/raw/WhiteBalance.h"
 #include "render/ImageSource.h"
 #include "tests/support/DngWriter.h"
+#include "tests/support/Mosaic.h"
 
 namespace {
 
@@ -36,27 +37,9 @@ using Clock = std::chrono::steady_clock;
 constexpr int kWidth = 6000, kHeight = 4000, kRuns = 3;
 
 img::Image mosaic() {
-    std::vector<img::Image> photos;
-    for (const char* name : {"iphone7.heic", "party_crowd_indoor.jpg", "three_men_night_flash.jpg",
-                             "event_hall_group.jpg"})
-        photos.push_back(
-            img::decodeImage(img::readFileBytes(std::string(QL_SAMPLES_DIR) + "/" + name)));
-    img::Image out = img::Image::forOverwrite(kWidth, kHeight);
-    // Rows of tiles, each photo at its own size, cycling through the shoot.
-    int index = 0;
-    for (int y0 = 0; y0 < kHeight;) {
-        int rowHeight = 0;
-        for (int x0 = 0; x0 < kWidth; ++index) {
-            const img::Image& p = photos[size_t(index) % photos.size()];
-            const int w = std::min(p.width(), kWidth - x0), h = std::min(p.height(), kHeight - y0);
-            for (int y = 0; y < h; ++y)
-                std::copy(p.row(y), p.row(y) + size_t(w) * 4, out.row(y0 + y) + size_t(x0) * 4);
-            x0 += w;
-            rowHeight = std::max(rowHeight, h);
-        }
-        y0 += rowHeight;
-    }
-    return out;
+    return testing::sampleMosaic(kWidth, kHeight,
+                                 {"iphone7.heic", "party_crowd_indoor.jpg",
+                                  "three_men_night_flash.jpg", "event_hall_group.jpg"});
 }
 
 struct Run {

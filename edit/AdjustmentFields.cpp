@@ -33,6 +33,12 @@ AdjustmentField makeField(std::string_view key, std::string_view label,
         else
             return std::nullopt;
     };
+    f.setNumber = [](Adjustments& a, double v) {
+        if constexpr (std::is_same_v<T, double> || std::is_same_v<T, std::optional<double>>)
+            a.*M = v;
+        else if constexpr (std::is_same_v<T, int>)
+            a.*M = static_cast<int>(v);
+    };
     return f;
 }
 

@@ -32,6 +32,8 @@ struct AdjustmentField {
     void (*copy)(const Adjustments& from, Adjustments& into) = nullptr;
     /// The value of a plain number field (optional ones when present).
     std::optional<double> (*number)(const Adjustments& a) = nullptr;
+    /// Sets a plain number field (an optional one becomes present); other fields ignore it.
+    void (*setNumber)(Adjustments& a, double value) = nullptr;
 };
 
 /// All 52 fields in declared order.

@@ -108,6 +108,11 @@ struct Adjustments {
     Adjustments taking(const std::set<SettingsGroup>& groups, const Adjustments& from) const;
 
     /// One short line for the history list: what changed from `old` to this record.
+    /// The record as the renderer applies it: every number finite and inside its slider's range
+    /// (a value that is not finite takes its default), curve points clamped to 0…1 and those
+    /// that are not finite dropped. Ranges are what the sliders mean; far beyond them is noise.
+    Adjustments withinRanges() const;
+
     std::string changes(const Adjustments& old) const;
     std::string changes(const Adjustments& old, AppLanguage language) const;
 };

@@ -46,6 +46,30 @@ inline void trilinear(const Cube& cube, const float* t, float* out) {
 
 }  // namespace
 
+// Beyond the cube's domain the mapping continues along each channel's own axis with the slope of
+// the cube's outermost cell, so that values outside [0, 1] (a sharpening halo, a highlight above
+// white) keep their distance from the edge instead of being flattened onto it; a curve that
+// flattens at the edge flattens them too. `in` is the linear input, `t` its clamped node
+// coordinates and `out` the linear result of the lookup; `position(n)` is the linear input at node
+// n.
+template <class Decode, class Position>
+void extend(const Cube& cube, const float* in, const float* t, float* out, Decode decode,
+            Position position) {
+    for (int k = 0; k < 3; ++k) {
+        const bool above = in[k] > 1, below = in[k] < 0;
+        if (!above && !below) continue;
+        float a[3] = {t[0], t[1], t[2]}, b[3] = {t[0], t[1], t[2]};
+        const int edge = above ? cube.last : 0, inner = above ? cube.last - 1 : 1;
+        a[k] = float(edge), b[k] = float(inner);
+        float oa[3], ob[3];
+        trilinear(cube, a, oa);
+        trilinear(cube, b, ob);
+        const float run = position(edge) - position(inner);
+        const float slope = std::max((decode(oa[k]) - decode(ob[k])) / run, 0.0f);
+        out[k] += slope * (in[k] - (above ? 1.0f : 0.0f));
+    }
+}
+
 Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& exec) {
     const int n = p.dimension;
     // The upper limit only keeps the size computation from overflowing.
@@ -56,19 +80,24 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
     const float scale = float(n - 1);
     if (!p.sRGBSpace) {
         return mapUnpremultiplied(input, exec, [&cube, scale](float* c) {
+            const float in[3] = {c[0], c[1], c[2]};
             const float t[3] = {clamp01(c[0]) * scale, clamp01(c[1]) * scale,
                                 clamp01(c[2]) * scale};
             trilinear(cube, t, c);
+            extend(
+                cube, in, t, c, [](float v) { return v; }, [scale](int n) { return n / scale; });
         });
     }
     const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
     const SrgbDecodeTable& decode = SrgbDecodeTable::shared();
     return mapUnpremultiplied(input, exec, [&](float* c) {
+        const float in[3] = {c[0], c[1], c[2]};
         const float t[3] = {encode.clamped(c[0]) * scale, encode.clamped(c[1]) * scale,
                             encode.clamped(c[2]) * scale};
         trilinear(cube, t, c);
         for (int k = 0; k < 3; ++k)
             c[k] = decode(c[k]);
+        extend(cube, in, t, c, decode, [&](int n) { return decode(n / scale); });
     });
 }
 

@@ -1,4 +1,5 @@
 #include "NoiseReduction.h"
+#include "GaussianBlur.h"
 #include "Simd.h"
 
 #include <algorithm>
@@ -11,24 +12,21 @@ namespace {
 
 using namespace simd;
 
-v4 clamp01(v4 v) {
-    const v4 zero = splat(0), one = splat(1);
-    v = v > zero ? v : zero;
-    return v < one ? v : one;
-}
-
-constexpr int reach = 2, side = 2 * reach + 1;
+// A window of 5 × 5 taps; at a scale above 1 the taps spread apart (a dilated window), so the
+// filter covers as much of the subject as it would on the smaller picture, at the same cost.
+constexpr int taps = 5;
 enum Plane { red, green, blue, alpha, guide, lum, planes };
 
 // One source row as planes, extended by clamped pixels: `reach` before, reach + 4 after (the
 // last group of four may run past the row).
 class Row {
   public:
-    explicit Row(int width) : stride_(size_t(width) + 2 * reach + 4), data_(planes * stride_) {}
+    Row(int width, int reach)
+        : reach_(reach), stride_(size_t(width) + 2 * size_t(reach) + 4), data_(planes * stride_) {}
 
     void fill(const float* row, int width) {
         for (int i = 0; i < int(stride_); ++i) {
-            const float* px = row + 4 * std::clamp(i - reach, 0, width - 1);
+            const float* px = row + 4 * std::clamp(i - reach_, 0, width - 1);
             const float y = luma(px[0], px[1], px[2]);
             float* at = data_.data() + i;
             at[red * stride_] = px[0];
@@ -43,105 +41,128 @@ class Row {
     const float* plane(Plane p) const { return data_.data() + p * stride_; }
 
   private:
+    int reach_;
     size_t stride_;
     std::vector<float> data_;
 };
 
 struct Settings {
     float noise, sharpness;
-    float spatial[side][side];  // sums to 1
+    int reach;                  // the farthest tap, in pixels
+    int offset[taps];           // tap positions relative to the centre, in pixels
+    float spatial[taps][taps];  // sums to 1
 };
 
-template <bool smooth>
-void filterRow(const Row* const* rows, int width, const Settings& s, float* out) {
-    const v4 rangeScale = splat(smooth ? 1 / (4 * s.noise * s.noise) : 0);
+// The range-weighted average of one row; `rows` holds the 2·reach + 1 rows around it.
+void smoothRow(const Row* const* rows, int width, const Settings& s, float* out) {
+    const v4 rangeScale = splat(1 / (4 * s.noise * s.noise));
+    const int reach = s.reach;
     const Row& centre = *rows[reach];
     for (int x = 0; x < width; x += 4) {
         const v4 gc = load(centre.plane(guide) + x + reach);
-        const v4 yc = load(centre.plane(lum) + x + reach);
-        v4 acc[4] = {}, weight = {}, yMean = {}, gMean = {};
-        for (int dy = 0; dy < side; ++dy) {
-            const Row& row = *rows[dy];
-            for (int dx = 0; dx < side; ++dx) {
-                const float sw = s.spatial[dy][dx];
-                const v4 g = load(row.plane(guide) + x + dx);
-                yMean += sw * load(row.plane(lum) + x + dx);
-                gMean += sw * g;
-                if constexpr (smooth) {
-                    const v4 d = g - gc;
-                    v4 t = 1.0f - d * d * rangeScale;
-                    t = t > 0.0f ? t : splat(0);
-                    const v4 w = sw * t * t;
-                    weight += w;
-                    for (int c = 0; c < 4; ++c)
-                        acc[c] += w * load(row.plane(Plane(c)) + x + dx);
-                }
+        v4 acc[4] = {}, weight = {};
+        for (int ty = 0; ty < taps; ++ty) {
+            const Row& row = *rows[reach + s.offset[ty]];
+            for (int tx = 0; tx < taps; ++tx) {
+                const int dx = reach + s.offset[tx];
+                const v4 d = load(row.plane(guide) + x + dx) - gc;
+                v4 t = 1.0f - d * d * rangeScale;
+                t = t > 0.0f ? t : splat(0);
+                const v4 w = s.spatial[ty][tx] * t * t;
+                weight += w;
+                for (int c = 0; c < 4; ++c)
+                    acc[c] += w * load(row.plane(Plane(c)) + x + dx);
             }
         }
-        if constexpr (smooth) {
-            for (int c = 0; c < 4; ++c)
-                acc[c] /= weight;
-        } else {
-            for (int c = 0; c < 4; ++c)
-                acc[c] = load(centre.plane(Plane(c)) + x + reach);
-        }
-        // Gate the sharpening: 0 within the noise level, 1 from twice it on.
-        v4 gate = splat(1);
-        if constexpr (smooth) {
-            const v4 diff = gc - gMean;
-            const v4 e = clamp01(((diff < 0.0f ? -diff : diff) - s.noise) / s.noise);
-            gate = e * e * (3.0f - 2.0f * e);
-        }
-        const v4 delta = s.sharpness * gate * (yc - yMean);
         for (int i = 0; i < 4 && x + i < width; ++i) {
             float* o = out + 4 * (x + i);
-            o[0] = acc[0][i] + delta[i];
-            o[1] = acc[1][i] + delta[i];
-            o[2] = acc[2][i] + delta[i];
-            o[3] = acc[3][i];
+            for (int c = 0; c < 4; ++c)
+                o[c] = acc[c][i] / weight[i];
         }
     }
 }
 
-}  // namespace
-
-Image noiseReduction(const Image& input, const NoiseReductionParams& p, const Execution& exec) {
+Image smooth(const Image& input, float noise, float scale, const Execution& exec) {
     Settings s;
-    s.noise = p.noiseLevel >= 0 ? std::min(p.noiseLevel, 0.1f) : 0;  // NaN fails both
-    s.sharpness = p.sharpness >= 0 ? std::min(p.sharpness, 2.0f) : 0;
-    if (input.empty() || (s.noise == 0 && s.sharpness == 0)) return input;
-    double sum = 0;
-    for (int dy = -reach; dy <= reach; ++dy)
-        for (int dx = -reach; dx <= reach; ++dx)
-            sum += std::exp(-(dx * dx + dy * dy) / 4.5);
-    for (int dy = -reach; dy <= reach; ++dy)
-        for (int dx = -reach; dx <= reach; ++dx)
-            s.spatial[dy + reach][dx + reach] = float(std::exp(-(dx * dx + dy * dy) / 4.5) / sum);
+    s.noise = noise;
+    for (int t = 0; t < taps; ++t)
+        s.offset[t] = int(std::lround((t - taps / 2) * scale));
+    s.reach = s.offset[taps - 1];
+    // Weights by the distance on the smaller picture's grid, so every scale weighs alike.
+    double sum = 0, weights[taps][taps];
+    for (int ty = 0; ty < taps; ++ty)
+        for (int tx = 0; tx < taps; ++tx) {
+            const double dx = s.offset[tx] / scale, dy = s.offset[ty] / scale;
+            weights[ty][tx] = std::exp(-(dx * dx + dy * dy) / 4.5);
+            sum += weights[ty][tx];
+        }
+    for (int ty = 0; ty < taps; ++ty)
+        for (int tx = 0; tx < taps; ++tx)
+            s.spatial[ty][tx] = float(weights[ty][tx] / sum);
 
     const int w = input.width(), h = input.height();
     Image out = Image::forOverwrite(w, h);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
         // A ring of the rows around the current one, each converted once.
-        std::vector<Row> store(side, Row(w));
-        Row* rows[side];
+        const int reach = s.reach, side = 2 * reach + 1;
+        std::vector<Row> store(static_cast<size_t>(side), Row(w, reach));
+        std::vector<Row*> rows(static_cast<size_t>(side));
         for (int i = 0; i < side; ++i) {
             store[size_t(i)].fill(input.row(std::clamp(y0 - reach + i, 0, h - 1)), w);
-            rows[i] = &store[size_t(i)];
+            rows[size_t(i)] = &store[size_t(i)];
         }
         for (int y = y0; y < y1; ++y) {
             if (y > y0) {
                 Row* reused = rows[0];
-                std::copy(rows + 1, rows + side, rows);
+                std::copy(rows.begin() + 1, rows.end(), rows.begin());
                 reused->fill(input.row(std::min(y + reach, h - 1)), w);
-                rows[side - 1] = reused;
+                rows[size_t(side - 1)] = reused;
             }
-            if (s.noise > 0)
-                filterRow<true>(rows, w, s, out.row(y));
-            else
-                filterRow<false>(rows, w, s, out.row(y));
+            smoothRow(rows.data(), w, s, out.row(y));
         }
     });
     return done ? out : Image{};
+}
+
+// Edge sharpening at a wider reach, added to the already smoothed picture: where √luma differs from
+// its Gaussian mean by more than the noise level, sharpness × (luma − mean luma).
+Image sharpenEdges(const Image& input, const Image& smoothed, float noise, float sharpness,
+                   float sigma, const Execution& exec) {
+    detail::BlurHooks hooks;
+    const float* base = input.data();
+    hooks.finish = [&](const float* in, const float* blurred, float* out, int count) {
+        const float* sm = smoothed.data() + (in - base);
+        for (int i = 0; i < 4 * count; i += 4) {
+            const float y = luma(in[i], in[i + 1], in[i + 2]);
+            const float m = luma(blurred[i], blurred[i + 1], blurred[i + 2]);
+            float gate = 1;
+            if (noise > 0) {
+                const float diff =
+                    std::abs(std::sqrt(std::max(y, 0.0f)) - std::sqrt(std::max(m, 0.0f)));
+                const float e = std::clamp((diff - noise) / noise, 0.0f, 1.0f);
+                gate = e * e * (3 - 2 * e);
+            }
+            const float delta = sharpness * gate * (y - m);
+            out[i] = sm[i] + delta;
+            out[i + 1] = sm[i + 1] + delta;
+            out[i + 2] = sm[i + 2] + delta;
+            out[i + 3] = sm[i + 3];
+        }
+    };
+    return detail::gaussianBlurWith(input, {sigma, EdgeMode::clamp}, hooks, exec);
+}
+
+}  // namespace
+
+Image noiseReduction(const Image& input, const NoiseReductionParams& p, const Execution& exec) {
+    const float noise = p.noiseLevel >= 0 ? std::min(p.noiseLevel, 0.1f) : 0;  // NaN fails both
+    const float sharpness = p.sharpness >= 0 ? std::min(p.sharpness, 2.0f) : 0;
+    const float scale = p.scale > 1 && std::isfinite(p.scale) ? std::min(p.scale, 64.0f) : 1;
+    if (input.empty() || (noise == 0 && sharpness == 0)) return input;
+    const Image smoothed = noise > 0 ? smooth(input, noise, scale, exec) : input;
+    if (smoothed.empty() || sharpness == 0) return smoothed;
+    // σ 1.2 matches the spread of the 5 × 5 window's weights.
+    return sharpenEdges(input, smoothed, noise, sharpness, 1.2f * scale, exec);
 }
 
 }  // namespace ql::img

@@ -104,7 +104,7 @@ std::optional<std::chrono::system_clock::time_point> ImageSource::captureDate() 
     return ql::captureDate(properties_);
 }
 
-std::optional<std::vector<uint8_t>> ImageSource::cameraLUT() const {
+img::CubeData ImageSource::cameraLUT() const {
     std::lock_guard lock(mutex_);
     return cameraLUT_;
 }
@@ -185,7 +185,7 @@ img::Image ImageSource::previewBase(const Adjustments& adjustments) {
     std::lock_guard lock(mutex_);
     if (!isRAW_) {
         if (nonRAWPreview_.empty()) {
-            img::Image image = decodePlain(previewLongEdge_, nullptr);
+            img::Image image = decodePlain(2 * previewLongEdge_, nullptr);
             const PixelSize target = proxySize();
             if (!image.empty() &&
                 (image.width() != target.width || image.height() != target.height))

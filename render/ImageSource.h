@@ -17,6 +17,7 @@
 #include "PhotoInfo.h"
 #include "RawKey.h"
 #include "edit/Adjustments.h"
+#include "imaging/ColorCube.h"
 #include "imaging/Execution.h"
 #include "imaging/Image.h"
 #include "imaging/codec/Metadata.h"
@@ -74,7 +75,7 @@ class ImageSource {
 
     /// The camera's own rendering learnt from its embedded JPEG: a 17-point cube, and the colour
     /// error before and after the fit. Absent until learnt.
-    std::optional<std::vector<uint8_t>> cameraLUT() const;
+    img::CubeData cameraLUT() const;
     struct LookFit {
         double before = 0, after = 0;
     };
@@ -128,7 +129,7 @@ class ImageSource {
 
     std::unique_ptr<img::RawDecoder> raw_;
     mutable std::mutex mutex_;  // guards everything below
-    std::optional<std::vector<uint8_t>> cameraLUT_;
+    img::CubeData cameraLUT_;
     std::optional<LookFit> cameraLookFit_;
     std::optional<std::pair<RawKey, img::Image>> previewBaseCache_;
     img::Image nonRAWPreview_;

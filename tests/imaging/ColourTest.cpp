@@ -222,15 +222,31 @@ TEST(ColorCube, TrilinearLookup) {
     wrong.dimension = 4;
     EXPECT_TRUE(colorCube(in, wrong).sharesPixelsWith(in));
 
-    // Identity cubes, in both spaces, give back the colour clamped to [0, 1].
+    // Identity cubes, in both spaces, give back the colour, also outside [0, 1].
     const Image clamped = reference(in, [](float* c) {
         for (int i = 0; i < 3; ++i)
             c[i] = std::clamp(c[i], 0.0f, 1.0f);
     });
     for (int n : {48, 17, 2})
         for (bool srgb : {true, false})
-            EXPECT_LT(maxDifference(colorCube(in, cube(n, srgb, identity)), clamped), 1e-5f)
+            EXPECT_LT(maxDifference(colorCube(in, cube(n, srgb, identity)), in), 1e-5f)
                 << n << (srgb ? " sRGB" : " linear");
+
+    // Outside [0, 1] a channel continues with the slope of the outermost cell along its axis:
+    // a gentle ramp keeps its slope, a curve flat at the edge stays flat, and falling nodes
+    // never turn the continuation around.
+    const auto ramp = [](float r, float g, float b) {
+        return Pixel{0.5f * r + 0.25f, std::min(g, 0.8f), 1 - b, 1};
+    };
+    const Pixel beyond =
+        colorCube(Image::filled(1, 1, {1.2f, 1.3f, 1.5f, 1}), cube(17, false, ramp)).at(0, 0);
+    EXPECT_NEAR(beyond.r, 0.85f, 1e-5f);
+    EXPECT_NEAR(beyond.g, 0.8f, 1e-5f);
+    EXPECT_NEAR(beyond.b, 0.0f, 1e-5f);
+    const Pixel under =
+        colorCube(Image::filled(1, 1, {-0.2f, -0.3f, 0.5f, 1}), cube(17, false, ramp)).at(0, 0);
+    EXPECT_NEAR(under.r, 0.15f, 1e-5f);
+    EXPECT_NEAR(under.g, -0.3f, 1e-5f);
 
     std::mt19937 rng(8);
     std::uniform_real_distribution<float> u(-0.1f, 1.1f);
@@ -251,11 +267,11 @@ TEST(ColorCube, TrilinearLookup) {
             EXPECT_NEAR(q.b, dec(e[2]), atNode);
         }
         // Between the nodes: the slow sum, with the exact curve.
-        const Image expected = reference(in, [&](float* c) {
+        const Image expected = reference(clamped, [&](float* c) {
             const Pixel e = slowLookup(p, enc(c[0]), enc(c[1]), enc(c[2]));
             c[0] = dec(e.r), c[1] = dec(e.g), c[2] = dec(e.b);
         });
-        EXPECT_LT(maxDifference(colorCube(in, p), expected), srgb ? 2e-4f : 1e-5f);
+        EXPECT_LT(maxDifference(colorCube(clamped, p), expected), srgb ? 2e-4f : 1e-5f);
         expectThreadIndependent([&](const Execution& e) { return colorCube(in, p, e); });
     }
 }

@@ -1,0 +1,294 @@
+#include "Pipeline.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "ColorLUT.h"
+#include "PendingStages.h"
+#include "imaging/Blend.h"
+#include "imaging/ColorControls.h"
+#include "imaging/ColorCube.h"
+#include "imaging/ColorMatrix.h"
+#include "imaging/Composite.h"
+#include "imaging/ExposureAdjust.h"
+#include "imaging/GaussianBlur.h"
+#include "imaging/HighlightShadowAdjust.h"
+#include "imaging/NoiseReduction.h"
+#include "imaging/PixelMap.h"
+#include "imaging/RandomGenerator.h"
+#include "imaging/SharpenLuminance.h"
+#include "imaging/Transform.h"
+#include "imaging/UnsharpMask.h"
+#include "imaging/Vignette.h"
+
+namespace ql {
+namespace {
+
+using img::Execution;
+using img::Image;
+
+// A stage whose filter gave nothing keeps its input.
+Image keepIfEmpty(Image result, const Image& input) {
+    return result.empty() ? input : result;
+}
+
+// Diagonal gains from the white-balance sliders of non-RAW pictures; luminance is kept.
+Image whiteBalanceByMatrix(const Image& image, double temperature, double tint,
+                           const Execution& exec) {
+    const double a = temperature * 0.005, b = tint * 0.004;
+    const double r = std::exp(a + b), g = std::exp(-b), bl = std::exp(b - a);
+    const double y = 0.2126 * r + 0.7152 * g + 0.0722 * bl;
+    img::ColorMatrixParams m;
+    m.red = {float(r / y), 0, 0, 0};
+    m.green = {0, float(g / y), 0, 0};
+    m.blue = {0, 0, float(bl / y), 0};
+    return keepIfEmpty(img::colorMatrix(image, m, exec), image);
+}
+
+// Lifts shadows and pulls highlights down; the other halves of both sliders live in the cube.
+Image recovery(const Image& image, double highlights, double shadows, int longEdge,
+               const Execution& exec) {
+    if (!(highlights < 0) && !(shadows > 0)) return image;
+    img::HighlightShadowParams p;
+    p.radius = float(longEdge * 0.006);
+    p.highlightAmount = float(1 + std::min(highlights, 0.0) / 100);
+    p.shadowAmount = float(std::max(shadows, 0.0) / 100);
+    return keepIfEmpty(img::highlightShadowAdjust(image, p, exec), image);
+}
+
+Image exposure(const Image& image, double ev, const Execution& exec) {
+    if (ev == 0) return image;
+    return keepIfEmpty(img::exposureAdjust(image, {float(ev)}, exec), image);
+}
+
+Image unsharp(const Image& image, double radius, double intensity, const Execution& exec) {
+    img::UnsharpMaskParams p;
+    p.radius = float(radius);
+    p.intensity = float(intensity);
+    return keepIfEmpty(img::unsharpMask(image, p, exec), image);
+}
+
+// The colour of `colourSource` under the luminosity of `image`.
+Image luminosityOver(const Image& image, const Image& colourSource, const Execution& exec) {
+    return keepIfEmpty(img::blend(image, colourSource, {img::BlendMode::luminosity}, exec), image);
+}
+
+Image blurred(const Image& image, double radius, const Execution& exec) {
+    return keepIfEmpty(img::gaussianBlur(image, {float(radius), img::EdgeMode::clamp}, exec),
+                       image);
+}
+
+// Stage helpers share one long edge L, taken after geometry and healing.
+struct Frame {
+    int longEdge = 0;
+    const Execution& exec;
+};
+
+Image skinEvening(const Image& image, double amount, const Image& skin, const Frame& f) {
+    if (!(amount > 0) || skin.empty()) return image;
+    const Image colour = blurred(image, f.longEdge * 0.0035, f.exec);
+    const Image evened = luminosityOver(image, colour, f.exec);
+    const float k = float(std::min(amount, 100.0) / 100);
+    img::ColorMatrixParams scale;
+    scale.red = {k, 0, 0, 0};
+    scale.green = {0, k, 0, 0};
+    scale.blue = {0, 0, k, 0};
+    scale.alpha = {0, 0, 0, 0};
+    scale.bias = {0, 0, 0, 1};
+    const Image mask = keepIfEmpty(img::colorMatrix(skin, scale, f.exec), skin);
+    return keepIfEmpty(img::blendWithMask(evened, image, mask, f.exec), image);
+}
+
+// Clarity (with dehaze's share) at a wide radius, then texture at a fine one. Positive amounts
+// leave skin alone; negative ones soften everything.
+Image localContrast(const Image& image, const Adjustments& a, const Image& skin, const Frame& f) {
+    const double c = a.clarity + a.dehaze * 2 / 5;  // exact: clarity 10, dehaze −25 cancel
+    Image out = image;
+    if (c != 0) out = unsharp(out, f.longEdge * 0.015, c / 100 * 0.7, f.exec);
+    if (a.texture != 0) out = unsharp(out, f.longEdge * 0.0025, a.texture / 100 * 0.8, f.exec);
+    if (std::max(c, a.texture) > 0 && !skin.empty() && !out.sharesPixelsWith(image))
+        out = keepIfEmpty(img::blendWithMask(image, out, skin, f.exec), out);
+    return out;
+}
+
+Image chromaNoise(const Image& image, double noiseReduction, const Frame& f) {
+    const double k = std::min(noiseReduction, 100.0) / 100;
+    const Image colour = blurred(image, f.longEdge * (k * 0.0022 + 0.0008), f.exec);
+    const Image smooth = luminosityOver(image, colour, f.exec);
+    return keepIfEmpty(img::dissolve(image, smooth, {float(std::min(k + 0.35, 1.0))}, f.exec),
+                       image);
+}
+
+Image vignette(const Image& image, double amount, double midpoint, const Execution& exec) {
+    const double w = image.width(), h = image.height();
+    img::VignetteParams p;
+    p.centerX = float(w / 2);
+    p.centerY = float(h / 2);
+    p.radius = float(0.5 * std::sqrt(w * w + h * h) * (midpoint / 100 * 0.6 + 0.35));
+    p.intensity = float(amount / -100);
+    p.falloff = 0.6f;
+    return keepIfEmpty(img::vignette(image, p, exec), image);
+}
+
+// Every value finite: a slider far outside its range must still give a defined picture.
+double finiteOr0(double v) {
+    return std::isfinite(v) ? v : 0;
+}
+
+}  // namespace
+
+Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, const Execution& exec) {
+    if (e.isNeutral() || image.empty()) return image;
+    Image out = exposure(image, finiteOr0(e.exposure), exec);
+    out = recovery(out, finiteOr0(e.highlights), finiteOr0(e.shadows), longEdge, exec);
+    if (e.temperature != 0 || e.tint != 0)
+        out = whiteBalanceByMatrix(out, finiteOr0(e.temperature), finiteOr0(e.tint), exec);
+    if (e.contrast != 0 || e.saturation != 0) {
+        img::ColorControlsParams p;
+        p.contrast = float(1 + finiteOr0(e.contrast) / 100 * 0.4);
+        p.saturation = float(1 + finiteOr0(e.saturation) / 100);
+        out = keepIfEmpty(img::colorControls(out, p, exec), out);
+    }
+    if (e.clarity != 0)
+        out = unsharp(out, longEdge * 0.012, finiteOr0(e.clarity) / 100 * 0.6, exec);
+    return out;
+}
+
+Image Pipeline::addGrain(const Image& image, double amount, int longEdge, const Execution& exec) {
+    if (!(amount > 0) || image.empty()) return image;
+    const double a = std::min(amount, 1e6) * 0.5;
+    // Noise at the print's grain size, enlarged to the picture's resolution.
+    const double scale = std::max(longEdge / 2400.0, 1.0);
+    const int nw = int(std::ceil(image.width() / scale)) + 1;
+    const int nh = int(std::ceil(image.height() / scale)) + 1;
+    Image noise = img::randomGenerator({nw, nh, 0x6a7e11u}, exec);
+    if (noise.empty()) return image;
+    if (scale > 1) {
+        img::AffineParams p;
+        p.a = p.d = scale;
+        p.outWidth = image.width();
+        p.outHeight = image.height();
+        p.edges = img::EdgeMode::clamp;
+        noise = img::affineTransform(noise, p, exec);
+    } else {
+        noise = img::crop(noise, {0, 0, image.width(), image.height()}, exec);
+    }
+    if (noise.empty()) return image;
+    // Monochrome, opaque; its mean sits 0.8·a below grey so grain darkens a little.
+    const float gain = float(a), bias = float(0.5 - 1.3 * a);
+    const Image grain = img::mapPixels(noise, exec, [&](const float* in, float* out) {
+        const float v = in[0] * gain + bias;
+        out[0] = out[1] = out[2] = v;
+        out[3] = 1;
+    });
+    if (grain.empty()) return image;
+    return keepIfEmpty(img::blend(grain, image, {img::BlendMode::softLight}, exec), image);
+}
+
+CubeData Pipeline::lutData(const LUTKey& key, const Execution& exec) const {
+    std::lock_guard guard(lock_);
+    if (lutCache_ && lutCache_->first == key) return lutCache_->second;
+    auto bytes = std::make_shared<std::vector<float>>(ColorLUT::build(key, exec));
+    if (exec.cancelled()) return {};
+    lutCache_.emplace(key, bytes);
+    return bytes;
+}
+
+Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool isRAW,
+                      const CubeData& cameraLUT, bool cropping, const Image& personMask,
+                      const FaceMasks* faceMask, const Image& subjectMask,
+                      const Execution& exec) const {
+    if (input.empty()) return input;
+    const Adjustments adj = adjustments.withinRanges();
+    Image image = LensCorrect::apply(input, adj.lens, exec);
+    if (!adj.portrait.isNeutral())
+        image = PortraitRetouch::beforeGeometry(image, adj.portrait,
+                                                faceMask ? faceMask->info.get() : nullptr, exec);
+    image = Geometry::apply(adj, image, cropping, exec);
+
+    // Masks follow the picture's warps, never its shading.
+    LensFix warpOnly = adj.lens;
+    warpOnly.vignette = warpOnly.caRed = warpOnly.caBlue = 0;
+    const auto align = [&](const Image& mask) {
+        Image m = mask;
+        if (adj.lens.distortion != 0) m = LensCorrect::apply(m, warpOnly, exec);
+        return Geometry::apply(adj, m, cropping, exec);
+    };
+    const Image person = personMask.empty() ? Image{} : align(personMask);
+    std::optional<FaceMasks> faces;
+    if (faceMask) faces = faceMask->map(align);
+    const Image noSkin;
+    const Image& skin = faces ? faces->skin : noSkin;
+
+    if (!adj.heals.empty()) image = Healer::apply(image, adj.heals, exec);
+    const img::PixelRect extent{0, 0, image.width(), image.height()};
+    const Frame f{image.longEdge(), exec};
+    const int L = f.longEdge;
+
+    if (!adj.restore.isNeutral()) image = Restorer::apply(adj.restore, image, L, skin, exec);
+    if (adj.lens.purple > 0 || adj.lens.green > 0)
+        image = Defringe::apply(image, adj.lens, L, exec);
+    if (!isRAW && (adj.temperature != 0 || adj.tint != 0))
+        image = whiteBalanceByMatrix(image, adj.temperature, adj.tint, exec);
+    image = exposure(image, adj.exposure, exec);
+    image = recovery(image, adj.highlights, adj.shadows, L, exec);
+    if (adj.profile == ColorProfile::camera && cameraLUT)
+        image = keepIfEmpty(img::colorCube(image, {17, cameraLUT, true}, exec), image);
+    if (faces) {
+        image = skinEvening(image, adj.skinEven, skin, f);
+        if (adj.retouch != FaceRetouch{})
+            image = FaceParts::apply(image, adj.retouch, *faces, L, exec);
+        if (!adj.portrait.isNeutral())
+            image = PortraitRetouch::apply(image, adj.portrait, *faces, L, exec);
+    }
+    image = localContrast(image, adj, skin, f);
+
+    const LUTKey key(adj);
+    if (!key.isIdentity()) {
+        if (const CubeData cube = lutData(key, exec))
+            image = keepIfEmpty(img::colorCube(image, {48, cube, true}, exec), image);
+    }
+
+    if (!person.empty() && (!adj.people.isNeutral() || !adj.background.isNeutral())) {
+        const Image inside = local(image, adj.people, L, exec);
+        const Image outside = local(image, adj.background, L, exec);
+        image = keepIfEmpty(img::blendWithMask(inside, outside, person, exec), image);
+    }
+    for (const MaskLayer& layer : adj.layers) {
+        if (!layer.visible || layer.edit.isNeutral()) continue;
+        const Image mask = MaskBuilder::mask(layer, extent, image, exec);
+        if (mask.empty()) continue;
+        image = keepIfEmpty(
+            img::blendWithMask(local(image, layer.edit, L, exec), image, mask, exec), image);
+    }
+    Image keepMask;
+    if (adj.backdrop && adj.backdrop->on && !subjectMask.empty()) {
+        auto done = BackdropRender::apply(image, align(subjectMask), *adj.backdrop, exec);
+        image = keepIfEmpty(done.image, image);
+        if (adj.backdrop->kind == Backdrop::Kind::transparent) keepMask = done.keep;
+    }
+
+    const double nr = adj.noiseReduction;
+    if (!isRAW && nr > 0) {
+        img::NoiseReductionParams p;
+        p.noiseLevel = float(nr / 100 * 0.06);
+        p.sharpness = 0.4f;
+        p.scale = float(L / 2400.0);
+        image = keepIfEmpty(img::noiseReduction(image, p, exec), image);
+    }
+    if (nr > 0) image = chromaNoise(image, nr, f);
+    if (adj.sharpening > 0) {
+        img::SharpenLuminanceParams p;
+        p.sharpness = float(adj.sharpening / 100 * 0.6);
+        p.radius = float(std::max(L / 2400.0 * 1.5, 1.0));
+        image = keepIfEmpty(img::sharpenLuminance(image, p, exec), image);
+    }
+    if (adj.vignette != 0) image = vignette(image, adj.vignette, adj.vignetteMidpoint, exec);
+    if (adj.grain > 0) image = addGrain(image, adj.grain / 100, L, exec);
+    if (!keepMask.empty()) image = BackdropRender::keep(image, keepMask, exec);
+    if (image.width() != extent.width || image.height() != extent.height)
+        image = keepIfEmpty(img::crop(image, extent, exec), image);
+    return exec.cancelled() ? Image{} : image;
+}
+
+}  // namespace ql
