@@ -52,9 +52,13 @@ inline void trilinear(const Cube& cube, const float* t, float* out) {
 // flattens at the edge flattens them too. `in` is the linear input, `t` its clamped node
 // coordinates and `out` the linear result of the lookup; `position(n)` is the linear input at node
 // n.
+bool inside(const float* c) {
+    return c[0] >= 0 && c[0] <= 1 && c[1] >= 0 && c[1] <= 1 && c[2] >= 0 && c[2] <= 1;
+}
+
 template <class Decode, class Position>
-void extend(const Cube& cube, const float* in, const float* t, float* out, Decode decode,
-            Position position) {
+[[gnu::noinline, gnu::cold]] void extend(const Cube& cube, const float* in, const float* t,
+                                         float* out, Decode decode, Position position) {
     for (int k = 0; k < 3; ++k) {
         const bool above = in[k] > 1, below = in[k] < 0;
         if (!above && !below) continue;
@@ -97,7 +101,7 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
         trilinear(cube, t, c);
         for (int k = 0; k < 3; ++k)
             c[k] = decode(c[k]);
-        extend(cube, in, t, c, decode, [&](int n) { return decode(n / scale); });
+        if (!inside(in)) extend(cube, in, t, c, decode, [&](int n) { return decode(n / scale); });
     });
 }
 
