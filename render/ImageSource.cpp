@@ -185,6 +185,8 @@ img::Image ImageSource::previewBase(const Adjustments& adjustments) {
     std::lock_guard lock(mutex_);
     if (!isRAW_) {
         if (nonRAWPreview_.empty()) {
+            // A DCT-scaled decode is softer than a Lanczos shrink and would make the preview
+            // differ from a shrunk export; at twice the size, Lanczos does the real shrinking.
             img::Image image = decodePlain(2 * previewLongEdge_, nullptr);
             const PixelSize target = proxySize();
             if (!image.empty() &&

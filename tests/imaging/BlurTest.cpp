@@ -19,6 +19,7 @@ using testing::identical;
 using testing::make;
 using testing::maxDifference;
 using testing::noise;
+using testing::sameForAnyThreads;
 
 // A ramp, a bright square, fine noise and varying alpha: smooth and sharp structure.
 Image scene(int w, int h) {
@@ -28,11 +29,6 @@ Image scene(int w, int h) {
         const Pixel q = n.at(x, y);
         return Pixel{0.3f * q.r + box, float(x) / w, 0.2f + 0.5f * q.b, 0.5f + 0.5f * q.g};
     });
-}
-
-bool sameForAnyThreads(const std::function<Image(const Execution&)>& op) {
-    const Image one = op(Execution{1});
-    return !one.empty() && identical(one, op(Execution{2})) && identical(one, op(Execution{7}));
 }
 
 // Direct separable convolution with the sampled Gaussian over ±4σ, in double.

@@ -54,12 +54,15 @@ inline double mean(const Image& image, int channel) {
     return sum / double(image.pixelCount());
 }
 
+/// True when the operation gives a picture, bit-identical on 1, 2 and 7 threads.
+inline bool sameForAnyThreads(const std::function<Image(const Execution&)>& op) {
+    const Image one = op(Execution{1});
+    return !one.empty() && identical(one, op(Execution{2})) && identical(one, op(Execution{7}));
+}
+
 /// The operation gives bit-identical pixels on 1, 2 and 7 threads, and nothing when cancelled.
 inline void expectThreadIndependent(const std::function<Image(const Execution&)>& op) {
-    const Image one = op(Execution{1});
-    EXPECT_FALSE(one.empty());
-    EXPECT_TRUE(identical(one, op(Execution{2})));
-    EXPECT_TRUE(identical(one, op(Execution{7})));
+    EXPECT_TRUE(sameForAnyThreads(op));
     const std::atomic<bool> cancel{true};
     EXPECT_TRUE(op(Execution{2, &cancel}).empty());
 }

@@ -17,11 +17,7 @@ using testing::identical;
 using testing::make;
 using testing::maxDifference;
 using testing::noise;
-
-bool sameForAnyThreads(const std::function<Image(const Execution&)>& op) {
-    const Image one = op(Execution{1});
-    return !one.empty() && identical(one, op(Execution{2})) && identical(one, op(Execution{7}));
-}
+using testing::sameForAnyThreads;
 
 // An image whose pixel is f(x, y, clampedAt), clampedAt(dx, dy) reading the input around it.
 Image perPixel(const Image& in, const std::function<Pixel(std::function<Pixel(int, int)>)>& f) {

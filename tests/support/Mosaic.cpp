@@ -15,19 +15,26 @@ img::Image sampleMosaic(int width, int height, const std::vector<std::string>& n
     img::Image out = img::Image::forOverwrite(width, height);
     size_t index = 0;
     for (int y0 = 0; y0 < height;) {
+        struct Tile {
+            int x0, w, h;
+        };
+        std::vector<Tile> tiles;
         int rowHeight = 0;
         for (int x0 = 0; x0 < width; ++index) {
             const img::Image& p = photos[index % photos.size()];
             const int w = std::min(p.width(), width - x0), h = std::min(p.height(), height - y0);
             for (int y = 0; y < h; ++y)
                 std::copy(p.row(y), p.row(y) + size_t(w) * 4, out.row(y0 + y) + size_t(x0) * 4);
-            // A short tile leaves a gap below it in this row: fill it from the tile's last row.
-            for (int y = h; y < height - y0; ++y)
-                std::copy(p.row(h - 1), p.row(h - 1) + size_t(w) * 4,
-                          out.row(y0 + y) + size_t(x0) * 4);
+            tiles.push_back({x0, w, h});
             x0 += w;
             rowHeight = std::max(rowHeight, h);
         }
+        // A tile shorter than its row leaves a gap below it: repeat the tile's last row there.
+        for (const Tile& t : tiles)
+            for (int y = t.h; y < rowHeight; ++y)
+                std::copy(out.row(y0 + t.h - 1) + size_t(t.x0) * 4,
+                          out.row(y0 + t.h - 1) + size_t(t.x0 + t.w) * 4,
+                          out.row(y0 + y) + size_t(t.x0) * 4);
         y0 += rowHeight;
     }
     return out;
