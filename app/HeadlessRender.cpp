@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "render/Exporter.h"
 #include "render/ImageSource.h"
 #include "render/ImageWriter.h"
 #include "render/PathNames.h"
@@ -86,13 +87,10 @@ int run(const Arguments& args, Console& console) {
     };
     try {
         ImageSource source(args[0], 2400);
-        std::string error;
-        const img::Image base = source.fullBase(adjustments, &error);
-        if (base.empty()) return failed(error.empty() ? "the photo gave no picture" : error);
         const Pipeline pipeline;
-        const img::Image picture = pipeline.apply(adjustments, base, source.isRAW(),
-                                                  source.cameraLUT(), true, {}, nullptr, {});
-        writeImage(picture, args[1], exportFormatForPath(args[1]), 92, source.properties());
+        const ExportOptions options{exportFormatForPath(args[1]), 92, false, 2048};
+        Exporter::exportImage(source, adjustments, pipeline, options, args[1], std::nullopt, {},
+                              PhotoMeta{});
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
         const std::string name = fileName(args[1]);

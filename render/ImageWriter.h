@@ -1,23 +1,24 @@
-// Writing a finished picture: sRGB, upright, with the source's metadata carried over.
+// Writing a finished picture: sRGB, upright, with its metadata.
 #pragma once
 
 #include <string>
 
+#include "edit/ExportRecipe.h"
 #include "imaging/Execution.h"
 #include "imaging/Image.h"
 #include "imaging/codec/Metadata.h"
 
 namespace ql {
 
-enum class ExportFormat { jpeg, png, tiff16 };
-
 /// The format an output path asks for: "tif" or "tiff" give 16-bit TIFF, "png" PNG, anything
 /// else JPEG (extensions compared in lower case).
 ExportFormat exportFormatForPath(const std::string& path);
 
-/// Writes `image` atomically: JPEG at `quality` (1 to 100), 8-bit PNG or 16-bit TIFF, each
-/// tagged sRGB. The metadata goes along with orientation 1 and the written size. Throws
-/// std::runtime_error with the reason.
+/// Writes `image` as JPEG at `quality` (1 to 100), 8-bit PNG or 16-bit TIFF, each tagged sRGB,
+/// with `metadata` (orientation 1, the written size, no maker notes or raw tags). Pixels and
+/// metadata go into a temporary file beside `path` that is renamed over it only when both are
+/// written, so a failure leaves whatever was at `path` before. Throws std::runtime_error with
+/// the reason.
 void writeImage(const img::Image& image, const std::string& path, ExportFormat format, int quality,
                 const img::Metadata& metadata, const img::Execution& exec = {});
 

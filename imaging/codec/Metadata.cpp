@@ -2,8 +2,6 @@
 
 #include <cstdio>
 
-#include <exiv2/exiv2.hpp>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -15,64 +13,14 @@
 #include <mutex>
 #include <set>
 
+#include "MetadataStore.h"
+
 namespace ql::img {
-
-namespace detail {
-
-struct MetadataStore {
-    Exiv2::ExifData exif;
-    Exiv2::IptcData iptc;
-    Exiv2::XmpData xmp;
-    Exiv2::ByteOrder byteOrder = Exiv2::littleEndian;
-    // Exiv2 values keep conversion state in mutable members: even reads must not overlap.
-    mutable std::mutex mutex;
-
-    // Exiv2's typed keys throw on names they do not know; those simply are not here.
-    const Exiv2::Metadatum* find(std::string_view name) const {
-        const std::string key(name);
-        try {
-            if (key.starts_with("Exif.")) {
-                const auto it = exif.findKey(Exiv2::ExifKey(key));
-                if (it != exif.end()) return &*it;
-            } else if (key.starts_with("Iptc.")) {
-                const auto it = iptc.findKey(Exiv2::IptcKey(key));
-                if (it != iptc.end()) return &*it;
-            } else if (key.starts_with("Xmp.")) {
-                const auto it = xmp.findKey(Exiv2::XmpKey(key));
-                if (it != xmp.end()) return &*it;
-            }
-        } catch (...) {
-        }
-        return nullptr;
-    }
-};
-
-}  // namespace detail
 
 namespace {
 
+using detail::initExiv2;
 using detail::MetadataStore;
-
-std::recursive_mutex xmpMutex;
-
-void lockXmp(void* mutex, bool lock) {
-    auto* m = static_cast<std::recursive_mutex*>(mutex);
-    if (lock)
-        m->lock();
-    else
-        m->unlock();
-}
-
-// Exiv2's global state, set once before any thread parses: no log output (bad files are
-// expected), the XMP toolkit serialised, HEIF/AVIF/CR3 containers enabled.
-void initExiv2() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
-        Exiv2::XmpParser::initialize(lockXmp, &xmpMutex);
-        Exiv2::enableBMFF(true);
-    });
-}
 
 constexpr std::string_view kSpace = " \t\r\n\v\f";
 
@@ -207,42 +155,28 @@ bool isSourceStructure(uint16_t tag) {
     return false;
 }
 
-bool isMakerNote(const Exiv2::Exifdatum& d) {
-    const std::string group = d.groupName();
-    return group == "MakerNote" || Exiv2::ExifTags::isMakerGroup(group) ||
-           d.key() == "Exif.Photo.MakerNote";
-}
-
-bool keepForExport(const Exiv2::Exifdatum& d) {
-    const std::string group = d.groupName();
-    if (group == "Image") return !isSourceStructure(d.tag());
-    // Compression ratio of the source, padding.
-    if (group == "Photo") return d.tag() != 0x9102 && d.tag() != 0xea1c && d.tag() != 0xea1d;
-    if (group == "Iop") return d.tag() != 0x1001 && d.tag() != 0x1002;  // related image size
-    // The thumbnail, sub-images and raw IFDs go.
-    return group == "GPSInfo" || isMakerNote(d);
-}
-
 Exiv2::ExifData exportExif(const Exiv2::ExifData& source, int width, int height) {
     Exiv2::ExifData exif;
     for (const auto& d : source)
-        if (keepForExport(d)) exif.add(d);
-    exif["Exif.Image.Orientation"] = uint16_t(1);
+        if (detail::keepForExport(d)) exif.add(d);
+    const auto has = [&](const char* key) {
+        return exif.findKey(Exiv2::ExifKey(key)) != exif.end();
+    };
+    // Turned upright where the source says how to turn it; absent already means upright, and a
+    // file that had, say, only a copyright keeps exactly that.
+    if (has("Exif.Image.Orientation")) exif["Exif.Image.Orientation"] = uint16_t(1);
     if (width > 0 && height > 0) {
-        exif["Exif.Photo.PixelXDimension"] = uint32_t(width);
-        exif["Exif.Photo.PixelYDimension"] = uint32_t(height);
+        if (has("Exif.Photo.PixelXDimension")) exif["Exif.Photo.PixelXDimension"] = uint32_t(width);
+        if (has("Exif.Photo.PixelYDimension"))
+            exif["Exif.Photo.PixelYDimension"] = uint32_t(height);
     }
     return exif;
 }
 
 Exiv2::XmpData exportXmp(const Exiv2::XmpData& source, int width, int height) {
     Exiv2::XmpData xmp;
-    for (const auto& d : source) {
-        const std::string key = d.key();
-        if (!key.starts_with("Xmp.xmp.Thumbnails") && key != "Xmp.tiff.ImageWidth" &&
-            key != "Xmp.tiff.ImageLength")
-            xmp.add(d);
-    }
+    for (const auto& d : source)
+        if (detail::keepForExport(d)) xmp.add(d);
     const auto has = [&](const char* key) { return xmp.findKey(Exiv2::XmpKey(key)) != xmp.end(); };
     if (has("Xmp.tiff.Orientation")) xmp["Xmp.tiff.Orientation"] = std::string("1");
     if (width > 0 && height > 0 && has("Xmp.exif.PixelXDimension")) {
@@ -276,10 +210,6 @@ constexpr size_t kMaxApp1Tiff = 65535 - 2 - 6;
 // Shrinks `exif` until its encoding fits an APP1 segment; returns that encoding, or nothing.
 Exiv2::Blob fitApp1(Exiv2::ExifData& exif, Exiv2::ByteOrder order) {
     Exiv2::Blob blob = encode(exif, order);
-    if (blob.size() <= kMaxApp1Tiff) return blob;
-    for (auto it = exif.begin(); it != exif.end();)
-        it = isMakerNote(*it) ? exif.erase(it) : std::next(it);
-    blob = encode(exif, order);
     while (blob.size() > kMaxApp1Tiff && !exif.empty()) {
         // Drop the largest entries until their bytes (plus 12 for each IFD entry) cover the excess.
         std::vector<Exiv2::Exifdatum> all(exif.begin(), exif.end());
@@ -388,6 +318,63 @@ bool insertPngExif(const std::string& path, const Exiv2::Blob& tiff, std::string
 }
 
 }  // namespace
+
+namespace detail {
+
+namespace {
+
+std::recursive_mutex xmpMutex;
+
+void lockXmp(void* mutex, bool lock) {
+    auto* m = static_cast<std::recursive_mutex*>(mutex);
+    if (lock)
+        m->lock();
+    else
+        m->unlock();
+}
+
+bool isMakerNote(const Exiv2::Exifdatum& d) {
+    const std::string group = d.groupName();
+    return group == "MakerNote" || Exiv2::ExifTags::isMakerGroup(group) ||
+           d.key() == "Exif.Photo.MakerNote";
+}
+
+}  // namespace
+
+// No log output (bad files are expected), the XMP toolkit serialised, HEIF/AVIF/CR3 containers
+// enabled.
+void initExiv2() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+        Exiv2::XmpParser::initialize(lockXmp, &xmpMutex);
+        Exiv2::enableBMFF(true);
+    });
+}
+
+// Maker notes go as well: their offsets and private encodings are only safe in the camera's
+// own file, and they hold the camera's view of the unedited picture.
+bool keepForExport(const Exiv2::Exifdatum& d) {
+    if (isMakerNote(d)) return false;
+    const std::string group = d.groupName();
+    if (group == "Image") return !isSourceStructure(d.tag());
+    // Compression ratio of the source, padding.
+    if (group == "Photo") return d.tag() != 0x9102 && d.tag() != 0xea1c && d.tag() != 0xea1d;
+    if (group == "Iop") return d.tag() != 0x1001 && d.tag() != 0x1002;  // related image size
+    // The thumbnail, sub-images and raw IFDs go.
+    return group == "GPSInfo";
+}
+
+// Another raw converter's development settings (crs:) would be applied a second time by a reader
+// that knows them.
+bool keepForExport(const Exiv2::Xmpdatum& d) {
+    const std::string key = d.key();
+    return !key.starts_with("Xmp.xmp.Thumbnails") && !key.starts_with("Xmp.crs.") &&
+           !key.starts_with("Xmp.crss.") && key != "Xmp.tiff.ImageWidth" &&
+           key != "Xmp.tiff.ImageLength";
+}
+
+}  // namespace detail
 
 Metadata Metadata::read(const std::string& path) {
     try {

@@ -53,24 +53,27 @@ class Metadata {
     std::vector<std::pair<std::string, std::string>> entries() const;
 
     /// The EXIF for a new JPEG of width x height: "Exif\0\0" and a TIFF structure, ready to be the
-    /// body of an APP1 segment (at most 65533 bytes). Orientation is 1, PixelXDimension and
-    /// PixelYDimension are the new size (left as they were when not positive). Dropped: the
-    /// thumbnail (it shows the unedited picture), the source's image-structure and raw-processing
-    /// tags and its colour profile; then, only when needed to fit, the largest entries (Exiv2
-    /// leaves out single oversized ones), the maker notes, and more of the largest. Empty when
-    /// there is no EXIF or it cannot be encoded.
+    /// body of an APP1 segment (at most 65533 bytes). Orientation becomes 1, PixelXDimension and
+    /// PixelYDimension the new size, each only where the source has it: none is added (the
+    /// dimensions stay as they were when the size is not positive). Dropped: the maker notes, the
+    /// thumbnail (it shows the unedited picture), the source's image-structure, DNG and
+    /// raw-processing tags and its colour profile; then, only when needed to fit, the largest
+    /// entries (Exiv2 leaves out single oversized ones). Empty when there is no EXIF or it cannot
+    /// be encoded.
     std::vector<uint8_t> exifApp1(int width, int height) const;
 
     /// Writes this metadata into the existing image file at `path` (JPEG, PNG, TIFF; also other
     /// formats Exiv2 writes), in place: EXIF prepared as for exifApp1 (the 64 KiB limit applies to
-    /// JPEG only; PNG gets an eXIf chunk), IPTC, and XMP with tiff:Orientation 1 and the new pixel
-    /// dimensions. Entries already in the file are kept unless this metadata has the same key, so
-    /// the file's own structure and colour profile stay. Nothing is written when this is empty.
-    /// Returns false, with the reason in `error`, on failure.
+    /// JPEG only; PNG gets an eXIf chunk), IPTC, and XMP with tiff:Orientation 1, the new pixel
+    /// dimensions and no other raw converter's settings. Entries already in the file are kept
+    /// unless this metadata has the same key, so the file's own structure and colour profile stay.
+    /// Nothing is written when this is empty. Returns false, with the reason in `error`, on
+    /// failure.
     bool writeInto(const std::string& path, int width, int height,
                    std::string* error = nullptr) const;
 
   private:
+    friend class MetadataEditor;
     explicit Metadata(std::shared_ptr<const detail::MetadataStore> store) : d_(std::move(store)) {}
     std::shared_ptr<const detail::MetadataStore> d_;
 };

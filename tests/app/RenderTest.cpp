@@ -33,12 +33,8 @@ Outcome render(std::vector<std::string> args) {
 // A 40 × 20 JPEG stored sideways: orientation 6 turns it into 20 × 40.
 std::string sidewaysJpeg(const TempDir& dir) {
     const std::vector<uint8_t> jpeg = testing::encodeJpeg(40, 20, testing::quadrantRGB(40, 20), 95);
-    const std::vector<uint8_t> exif = testing::exifWithOrientation(6);
-    const uint16_t length = uint16_t(exif.size() + 2);
-    std::vector<uint8_t> file = {0xFF, 0xD8, 0xFF, 0xE1, uint8_t(length >> 8), uint8_t(length)};
-    file.insert(file.end(), exif.begin(), exif.end());
-    file.insert(file.end(), jpeg.begin() + 2, jpeg.end());
-    testing::writeBytes(dir.file("in.jpg"), file);
+    testing::writeBytes(dir.file("in.jpg"),
+                        testing::withApp1(jpeg, testing::exifWithOrientation(6)));
     return dir.file("in.jpg");
 }
 

@@ -230,16 +230,9 @@ std::string writeJpeg(const TempDir& dir, const std::string& name, int w, int h,
     img::Image image(w, h);
     const std::vector<uint8_t> rgb = testing::quadrantRGB(w, h);
     const std::vector<uint8_t> jpeg = testing::encodeJpeg(w, h, rgb, 95);
-    std::vector<uint8_t> tagged;
-    if (orientation >= 0) {
-        const std::vector<uint8_t> exif = testing::exifWithOrientation(orientation);
-        const uint16_t length = uint16_t(exif.size() + 2);
-        tagged = {0xFF, 0xD8, 0xFF, 0xE1, uint8_t(length >> 8), uint8_t(length & 0xFF)};
-        tagged.insert(tagged.end(), exif.begin(), exif.end());
-        tagged.insert(tagged.end(), jpeg.begin() + 2, jpeg.end());
-    } else {
-        tagged = jpeg;
-    }
+    const std::vector<uint8_t> tagged =
+        orientation >= 0 ? testing::withApp1(jpeg, testing::exifWithOrientation(orientation))
+                         : jpeg;
     const std::string path = dir.file(name);
     testing::writeBytes(path, tagged);
     return path;

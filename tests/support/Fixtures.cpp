@@ -81,4 +81,14 @@ std::vector<uint8_t> exifWithOrientation(int orientation) {
             0};  // no next IFD
 }
 
+std::vector<uint8_t> withApp1(const std::vector<uint8_t>& jpeg,
+                              const std::vector<uint8_t>& payload) {
+    const uint16_t length = uint16_t(payload.size() + 2);
+    std::vector<uint8_t> file = {
+        0xFF, 0xD8, 0xFF, 0xE1, uint8_t(length >> 8), uint8_t(length & 0xFF)};
+    file.insert(file.end(), payload.begin(), payload.end());
+    file.insert(file.end(), jpeg.begin() + 2, jpeg.end());
+    return file;
+}
+
 }  // namespace ql::testing

@@ -33,4 +33,8 @@ std::vector<uint8_t> quadrantRGB(int width, int height);
 /// the given Orientation value.
 std::vector<uint8_t> exifWithOrientation(int orientation);
 
+/// `jpeg` with an APP1 segment holding `payload` right after its start marker.
+std::vector<uint8_t> withApp1(const std::vector<uint8_t>& jpeg,
+                              const std::vector<uint8_t>& payload);
+
 }  // namespace ql::testing

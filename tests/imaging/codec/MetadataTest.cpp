@@ -1,4 +1,5 @@
 #include "imaging/codec/Metadata.h"
+#include "imaging/codec/MetadataEditor.h"
 
 #include <turbojpeg.h>
 #include <exiv2/exiv2.hpp>
@@ -17,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ql::img::Metadata;
+using ql::img::MetadataEditor;
 using Bytes = std::vector<uint8_t>;
 using Tags = std::vector<std::pair<std::string, std::string>>;
 
@@ -192,12 +194,28 @@ TEST_F(MetadataTest, ExifApp1RoundTripsThroughExiv2) {
     EXPECT_EQ(canon["Exif.Image.Make"].toString(), "Canon");
     EXPECT_EQ(canon["Exif.Photo.PixelXDimension"].toLong(), 800);
     EXPECT_EQ(canon["Exif.Photo.PixelYDimension"].toLong(), 600);
-    EXPECT_EQ(canon["Exif.Canon.OwnerName"].toString(),
-              "Matthias Gyra");  // fits: kept
     EXPECT_FALSE(has(canon, "Exif.Thumbnail.JPEGInterchangeFormat"));
+    // Maker notes go even when they would fit.
+    EXPECT_FALSE(has(canon, "Exif.Photo.MakerNote"));
+    EXPECT_FALSE(has(canon, "Exif.Canon.OwnerName"));
+    EXPECT_TRUE(std::none_of(canon.begin(), canon.end(), [](const Exiv2::Exifdatum& d) {
+        return d.groupName() == "MakerNote" || Exiv2::ExifTags::isMakerGroup(d.groupName());
+    }));
 
     Exiv2::ExifData turned = decode(tagged({{"Exif.Image.Orientation", "8"}}).exifApp1(8, 16));
     EXPECT_EQ(turned["Exif.Image.Orientation"].toLong(), 1);
+
+    // Nothing is made up: a copyright alone stays alone, and sizes are only updated.
+    Exiv2::ExifData alone = decode(tagged({{"Exif.Image.Copyright", "An"}}).exifApp1(8, 16));
+    EXPECT_EQ(alone.count(), 1);
+    EXPECT_EQ(alone["Exif.Image.Copyright"].toString(), "An");
+    Exiv2::ExifData dated = decode(tagged({{"Exif.Photo.DateTimeOriginal", "2020:01:02 03:04:05"},
+                                           {"Exif.Photo.PixelYDimension", "99"}})
+                                       .exifApp1(8, 16));
+    EXPECT_EQ(dated["Exif.Photo.DateTimeOriginal"].toString(), "2020:01:02 03:04:05");
+    EXPECT_EQ(dated["Exif.Photo.PixelYDimension"].toLong(), 16);
+    EXPECT_FALSE(has(dated, "Exif.Photo.PixelXDimension"));
+    EXPECT_FALSE(has(dated, "Exif.Image.Orientation"));
 
     // A DNG's description stays; its raw layout and processing tags do not.
     Exiv2::ExifData dng =
@@ -231,9 +249,11 @@ TEST_F(MetadataTest, WritesIntoJpegPngAndTiff) {
     tag(sourcePath, {{"Exif.Image.Orientation", "6"},
                      {"Iptc.Application2.Caption", "Three men"},
                      {"Xmp.dc.creator", "Someone"},
-                     {"Xmp.tiff.Orientation", "6"}});
+                     {"Xmp.tiff.Orientation", "6"},
+                     {"Xmp.crs.Exposure2012", "+1.00"}});
     const Metadata source = Metadata::read(sourcePath);
     ASSERT_EQ(source.orientation(), 6);
+    ASSERT_EQ(source.text("Xmp.crs.Exposure2012"), "+1.00");
 
     const auto expectCarried = [&](const fs::path& p, long width) {
         const Metadata m = Metadata::read(p);
@@ -244,6 +264,9 @@ TEST_F(MetadataTest, WritesIntoJpegPngAndTiff) {
         EXPECT_EQ(m.text("Iptc.Application2.Caption"), "Three men") << p;
         EXPECT_EQ(m.text("Xmp.dc.creator"), "Someone") << p;
         EXPECT_EQ(m.text("Xmp.tiff.Orientation"), "1") << p;
+        EXPECT_EQ(m.text("Exif.Photo.MakerNote"), std::nullopt) << p;
+        EXPECT_EQ(m.text("Exif.Canon.OwnerName"), std::nullopt) << p;
+        EXPECT_EQ(m.text("Xmp.crs.Exposure2012"), std::nullopt) << p;
     };
     std::string error;
 
@@ -287,6 +310,173 @@ TEST_F(MetadataTest, WritesIntoJpegPngAndTiff) {
     const fs::path untouched = file("plain.jpg", jpeg);
     EXPECT_TRUE(Metadata().writeInto(untouched, 16, 8));
     EXPECT_EQ(readBytes(untouched), jpeg);
+}
+
+// The values of every entry with the key, in file order.
+std::vector<std::string> valuesOf(const Metadata& m, const std::string& key) {
+    std::vector<std::string> values;
+    for (const auto& [k, v] : m.entries())
+        if (k == key) values.push_back(v);
+    return values;
+}
+
+TEST_F(MetadataTest, EditorSetsTextInEachKindsType) {
+    const Metadata source = tagged({{"Exif.Image.Make", "Cam"},
+                                    {"Exif.Image.Orientation", "6"},
+                                    {"Iptc.Application2.Keywords", "old"},
+                                    {"Xmp.dc.title", "lang=\"de-DE\" Titel"}});
+    MetadataEditor e(source);
+    EXPECT_TRUE(e.setText("Exif.Image.Make", "Other"));
+    EXPECT_TRUE(e.setText("Exif.Image.Artist", "Nguy\xE1\xBB\x85n"));
+    EXPECT_FALSE(e.setText("Exif.Image.Orientation", "upright"));
+    EXPECT_TRUE(e.setText("Exif.Photo.FNumber", "28/10"));
+    EXPECT_TRUE(e.setText("Iptc.Application2.DateCreated", "19680000"));
+    EXPECT_TRUE(e.setText("Iptc.Application2.ReleaseDate", "2026-10-29"));
+    EXPECT_FALSE(e.setText("Iptc.Application2.ExpirationDate", "2026-13-01"));
+    EXPECT_FALSE(e.setText("Iptc.Application2.ExpirationDate", "20261"));
+    EXPECT_TRUE(e.setText("Xmp.dc.title", "Harbour"));
+    EXPECT_TRUE(e.setText("Xmp.photoshop.Headline", "type=Seq literal"));
+    EXPECT_TRUE(e.setText("Xmp.dc.creator", "An"));
+    for (const char* unknown :
+         {"Exif.Image.NoSuchTag", "Exif.NoGroup.Make", "Iptc.Application2.None",
+          "Xmp.nosuchprefix.x", "Other.Image.Make", "Make"})
+        EXPECT_FALSE(e.setText(unknown, "x")) << unknown;
+    // Text the XMP toolkit would refuse when writing, losing the whole packet.
+    EXPECT_FALSE(e.setText("Xmp.dc.source", "bell\x07"));
+    EXPECT_FALSE(e.setText("Xmp.dc.source", "\xC3("));
+    EXPECT_FALSE(e.setText("Iptc.Application2.City", "\xE1\xBB"));
+
+    const Metadata m = e.result();
+    EXPECT_EQ(m.text("Exif.Image.Make"), "Other");
+    EXPECT_EQ(m.text("Exif.Image.Artist"), "Nguy\xE1\xBB\x85n");
+    EXPECT_EQ(m.orientation(), 6);  // a refused value leaves the old one
+    EXPECT_DOUBLE_EQ(*m.number("Exif.Photo.FNumber"), 2.8);
+    EXPECT_EQ(m.text("Iptc.Application2.DateCreated"), "1968-00-00");
+    EXPECT_EQ(m.text("Iptc.Application2.ReleaseDate"), "2026-10-29");
+    EXPECT_EQ(m.text("Iptc.Application2.ExpirationDate"), std::nullopt);
+    EXPECT_EQ(m.text("Xmp.dc.title"), "Harbour");
+    EXPECT_NE(m.interpreted("Xmp.dc.title")->find("Titel"), std::string::npos);  // other language
+    EXPECT_EQ(m.text("Xmp.photoshop.Headline"), "type=Seq literal");
+    EXPECT_EQ(m.text("Xmp.dc.creator"), "An");
+    EXPECT_EQ(valuesOf(m, "Iptc.Application2.Keywords"), std::vector<std::string>{"old"});
+    EXPECT_EQ(m.text("Xmp.dc.source"), std::nullopt);
+    EXPECT_EQ(m.text("Iptc.Application2.City"), std::nullopt);
+    // The source is a value: editing a copy never changes it.
+    EXPECT_EQ(source.text("Exif.Image.Make"), "Cam");
+    EXPECT_EQ(source.text("Exif.Image.Artist"), std::nullopt);
+
+    // An empty text removes; an empty editor gives an empty Metadata.
+    MetadataEditor fresh{Metadata()};
+    EXPECT_TRUE(fresh.setText("Iptc.Application2.City", "Hu\xE1\xBA\xBF"));
+    EXPECT_FALSE(fresh.result().empty());
+    EXPECT_TRUE(fresh.setText("Iptc.Application2.City", ""));
+    EXPECT_FALSE(fresh.has("Iptc.Application2.City"));
+    EXPECT_TRUE(fresh.result().empty());
+}
+
+TEST_F(MetadataTest, EditorCutsIptcAtItsSizeOnACharacterBoundary) {
+    MetadataEditor e{Metadata()};
+    std::string name;  // 40 three-byte characters; Byline holds 32 bytes
+    for (int i = 0; i < 40; ++i)
+        name += "\xE1\xBB\x85";
+    ASSERT_TRUE(e.setText("Iptc.Application2.Byline", name));
+    ASSERT_TRUE(e.setText("Iptc.Application2.Caption", std::string(2500, 'c')));
+    ASSERT_TRUE(e.setText("Xmp.dc.description", name));
+    const Metadata m = e.result();
+    EXPECT_EQ(m.text("Iptc.Application2.Byline"), name.substr(0, 30));
+    EXPECT_EQ(m.text("Iptc.Application2.Caption")->size(), 2000u);
+    EXPECT_EQ(m.text("Xmp.dc.description"), name);  // XMP has no such limits
+}
+
+TEST_F(MetadataTest, EditorReplacesRepeatedDatasetsAndArrays) {
+    MetadataEditor e(tagged({{"Iptc.Application2.Keywords", "old"}, {"Xmp.dc.subject", "old"}}));
+    EXPECT_TRUE(e.setTexts("Iptc.Application2.Keywords", {"a", "", "b", "c"}));
+    EXPECT_TRUE(e.setTexts("Xmp.dc.subject", {"x", "y"}));
+    EXPECT_TRUE(e.setTexts("Xmp.dc.creator", {"An", "Binh"}));
+    EXPECT_TRUE(e.setTexts("Iptc.Application2.ObjectName", {"one"}));
+    EXPECT_FALSE(e.setTexts("Iptc.Application2.Headline", {"two", "values"}));
+    EXPECT_FALSE(e.setTexts("Xmp.photoshop.Headline", {"text", "property"}));
+    EXPECT_FALSE(e.setTexts("Xmp.dc.title", {"language", "alternative"}));
+    EXPECT_FALSE(e.setTexts("Exif.Image.Artist", {"a"}));
+    Metadata m = e.result();
+    EXPECT_EQ(valuesOf(m, "Iptc.Application2.Keywords"), (std::vector<std::string>{"a", "b", "c"}));
+    EXPECT_EQ(m.interpreted("Xmp.dc.subject"), "x, y");
+    EXPECT_EQ(m.interpreted("Xmp.dc.creator"), "An, Binh");
+    EXPECT_EQ(m.text("Iptc.Application2.ObjectName"), "one");
+    EXPECT_EQ(m.text("Iptc.Application2.Headline"), std::nullopt);
+
+    EXPECT_TRUE(e.setTexts("Iptc.Application2.Keywords", {"", ""}));
+    EXPECT_TRUE(e.setTexts("Xmp.dc.subject", {}));
+    m = e.result();
+    EXPECT_TRUE(valuesOf(m, "Iptc.Application2.Keywords").empty());
+    EXPECT_EQ(m.text("Xmp.dc.subject"), std::nullopt);
+}
+
+TEST_F(MetadataTest, EditorBuildsXmpStructs) {
+    const std::string contact = "Xmp.iptc.CreatorContactInfo";
+    const std::string email = contact + "/Iptc4xmpCore:CiEmailWork";
+    const std::string phone = contact + "/Iptc4xmpCore:CiTelWork";
+    MetadataEditor e{Metadata()};
+    EXPECT_FALSE(e.setText(email, "a@b.vn"));  // no struct to hold it yet
+    EXPECT_TRUE(e.setStructField(contact, "Iptc4xmpCore:CiEmailWork", "a@b.vn"));
+    EXPECT_TRUE(e.setStructField(contact, "Iptc4xmpCore:CiTelWork", "+84 90"));
+    EXPECT_TRUE(e.setText(email, "c@d.vn"));
+    EXPECT_FALSE(e.setStructField("Xmp.dc.title", "Iptc4xmpCore:CiEmailWork", "x"));
+    ASSERT_TRUE(e.setText("Xmp.photoshop.Headline", "text"));
+    EXPECT_FALSE(e.setStructField("Xmp.photoshop.Headline", "Iptc4xmpCore:CiEmailWork", "x"));
+    EXPECT_FALSE(e.has("Xmp.dc.title"));
+    EXPECT_FALSE(e.setStructField(contact, "nosuchprefix:Field", "x"));
+    EXPECT_TRUE(e.has(contact));
+    EXPECT_TRUE(e.hasAny(contact + "/"));
+
+    // Written into a file, the struct reads back.
+    const fs::path p = file("contact.jpg", tinyJpeg());
+    std::string error;
+    ASSERT_TRUE(e.result().writeInto(p, 16, 8, &error)) << error;
+    const Metadata back = Metadata::read(p);
+    EXPECT_EQ(back.text(email), "c@d.vn");
+    EXPECT_EQ(back.text(phone), "+84 90");
+
+    // The struct goes with its last field, or at once with all of them.
+    EXPECT_TRUE(e.setStructField(contact, "Iptc4xmpCore:CiEmailWork", ""));
+    EXPECT_TRUE(e.has(contact));
+    EXPECT_TRUE(e.setStructField(contact, "Iptc4xmpCore:CiTelWork", ""));
+    EXPECT_FALSE(e.hasAny(contact));
+    EXPECT_TRUE(e.setStructField(contact, "Iptc4xmpCore:CiUrlWork", "https://b.vn"));
+    e.remove(contact);
+    EXPECT_FALSE(e.hasAny(contact));
+    EXPECT_TRUE(e.has("Xmp.photoshop.Headline"));
+}
+
+TEST_F(MetadataTest, EditorRemovesByKeyAndKind) {
+    const fs::path p = file("canon.jpg", readBytes(kCanon));
+    tag(p, {{"Iptc.Application2.Keywords", "k"},
+            {"Xmp.crs.Exposure2012", "+1.00"},
+            {"Xmp.dc.creator", "Someone"}});
+    MetadataEditor e(Metadata::read(p));
+    ASSERT_TRUE(e.hasAny("Exif.Canon."));
+    ASSERT_TRUE(e.has("Exif.Photo.MakerNote"));
+    e.removeSourceOnly();
+    EXPECT_FALSE(e.hasAny("Exif.Canon."));
+    EXPECT_FALSE(e.hasAny("Exif.MakerNote."));
+    EXPECT_FALSE(e.has("Exif.Photo.MakerNote"));
+    EXPECT_FALSE(e.hasAny("Exif.Thumbnail."));
+    EXPECT_FALSE(e.hasAny("Xmp.crs."));
+    EXPECT_TRUE(e.has("Exif.Image.Model"));
+    EXPECT_TRUE(e.has("Exif.Photo.ExposureTime"));
+    EXPECT_TRUE(e.has("Iptc.Application2.Keywords"));
+    EXPECT_TRUE(e.has("Xmp.dc.creator"));
+
+    e.remove("Exif.Image.Model");
+    EXPECT_FALSE(e.has("Exif.Image.Model"));
+    EXPECT_TRUE(e.has("Exif.Image.Make"));
+    e.removeIf([](std::string_view key) { return key.starts_with("Exif.Photo."); });
+    EXPECT_FALSE(e.hasAny("Exif.Photo."));
+    EXPECT_TRUE(e.has("Exif.Image.Make"));
+    const Metadata m = e.result();
+    EXPECT_EQ(m.text("Exif.Image.Make"), "Canon");
+    EXPECT_EQ(m.number("Exif.Photo.ExposureTime"), std::nullopt);
+    EXPECT_EQ(m.text("Iptc.Application2.Keywords"), "k");
 }
 
 TEST_F(MetadataTest, BadInputGivesEmpty) {

@@ -1,0 +1,67 @@
+#include "QtImage.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "imaging/Execution.h"
+#include "imaging/SrgbTransfer.h"
+
+namespace ql::img {
+
+QImage toQImage(const Image& image) {
+    if (image.empty()) return {};
+    QImage out(image.width(), image.height(), QImage::Format_RGBA8888_Premultiplied);
+    if (out.isNull()) return {};  // Qt could not allocate
+    const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
+    parallelFor(0, image.height(), {}, [&](int begin, int end) {
+        for (int y = begin; y < end; ++y) {
+            const float* in = image.row(y);
+            uint8_t* px = out.scanLine(y);
+            for (int x = 0; x < image.width(); ++x, in += 4, px += 4) {
+                const float a = std::min(in[3], 1.0f);
+                if (!(a > 0)) {  // NaN too
+                    px[0] = px[1] = px[2] = px[3] = 0;
+                    continue;
+                }
+                // As the file writers do: an alpha of 1 or more leaves the colour as it is.
+                const float scale = in[3] >= 1 ? 1 : 1 / a;
+                for (int c = 0; c < 3; ++c)
+                    px[c] = uint8_t(encode.clamped(in[c] * scale) * a * 255 + 0.5f);
+                px[3] = uint8_t(a * 255 + 0.5f);
+            }
+        }
+    });
+    return out;
+}
+
+Image fromQImage(const QImage& image) {
+    if (image.isNull()) return {};
+    // 16 bits hold every 8-bit value exactly (v × 257), so the conversion loses nothing; a
+    // premultiplied source stays premultiplied so that Qt does not divide in integers.
+    const bool premultiplied = image.pixelFormat().premultiplied() == QPixelFormat::Premultiplied;
+    const QImage src = image.convertToFormat(premultiplied ? QImage::Format_RGBA64_Premultiplied
+                                                           : QImage::Format_RGBA64);
+    if (src.isNull()) return {};
+    Image out = Image::forOverwrite(src.width(), src.height());
+    if (out.empty()) return {};
+    const SrgbDecodeTable& decode = SrgbDecodeTable::shared();
+    parallelFor(0, src.height(), {}, [&](int begin, int end) {
+        for (int y = begin; y < end; ++y) {
+            const auto* px = reinterpret_cast<const uint16_t*>(src.constScanLine(y));
+            float* o = out.row(y);
+            for (int x = 0; x < src.width(); ++x, px += 4, o += 4) {
+                const float a = px[3] / 65535.0f;
+                for (int c = 0; c < 3; ++c) {
+                    float v = px[c] / 65535.0f;
+                    if (premultiplied) v = a > 0 ? std::min(v / a, 1.0f) : 0;
+                    o[c] = decode(v) * a;
+                }
+                o[3] = a;
+            }
+        }
+    });
+    return out;
+}
+
+}  // namespace ql::img
