@@ -14,6 +14,8 @@ namespace ql::Exporter {
 
 namespace {
 
+constexpr double kOversampling = 4.0 / 3.0;
+
 bool turnsWhite(const Adjustments& adjustments, ExportFormat format) {
     const auto& backdrop = adjustments.backdrop;
     return format == ExportFormat::jpeg && backdrop && backdrop->on &&
@@ -39,17 +41,35 @@ img::Image limited(const img::Image& picture, const ExportOptions& options,
 img::Image render(ImageSource& source, const Adjustments& adjustments, const Pipeline& pipeline,
                   const ExportOptions& options, const std::optional<Watermark>& watermark,
                   const img::Execution& exec) {
-    std::string error;
-    const img::Image base = source.fullBase(adjustments, &error);
-    if (base.empty()) {
-        if (error.empty()) error = "the photo gave no picture";
-        throw ExportError(ExportError::Code::fileReadCorruptFile,
-                          "cannot read \"" + source.url() + "\": " + error);
-    }
     // The people and subject masks come from the vision models; until those are loaded here the
     // edits that need them render without.
-    img::Image picture = pipeline.apply(adjustments, base, source.isRAW(), source.cameraLUT(), true,
-                                        {}, nullptr, {}, exec);
+    const auto develop = [&](const img::Image& base) {
+        return pipeline.apply(adjustments, base, source.isRAW(), source.cameraLUT(), true, {},
+                              nullptr, {}, exec);
+    };
+    std::string error;
+    img::Image picture;
+    // A picture delivered smaller than the photo develops only the pixels it needs: a reduced
+    // base, kept when even its cropped picture leaves the Lanczos shrink a third more pixels than
+    // it delivers. Every radius of the edit follows the picture's size, so it looks the same.
+    const double delivered = options.limitSize ? options.longEdge : 0;
+    const double needed = delivered * kOversampling;
+    if (needed >= 1 && needed < source.fullSize().longEdge()) {
+        const img::Image reduced = source.reducedBase(adjustments, int(std::ceil(needed)), &error);
+        if (!reduced.empty() && reduced.longEdge() < source.fullSize().longEdge()) {
+            picture = develop(reduced);
+            if (picture.longEdge() < needed) picture = {};
+        }
+    }
+    if (picture.empty() && !exec.cancelled()) {
+        const img::Image base = source.fullBase(adjustments, &error);
+        if (base.empty()) {
+            if (error.empty()) error = "the photo gave no picture";
+            throw ExportError(ExportError::Code::fileReadCorruptFile,
+                              "cannot read \"" + source.url() + "\": " + error);
+        }
+        picture = develop(base);
+    }
     if (picture.empty() && !exec.cancelled())
         throw ExportError(ExportError::Code::fileWriteUnknown, "the edit gave no picture");
     if (turnsWhite(adjustments, options.format))

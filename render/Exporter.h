@@ -30,7 +30,8 @@ class ExportError : public std::runtime_error {
 
 namespace Exporter {
 
-/// Renders `adjustments` on the full-resolution picture of `source`, cropped, scaled down to
+/// Renders `adjustments` on the full-resolution picture of `source` (on a cheaper reduced
+/// development when the delivered size leaves it a third more pixels), cropped, scaled down to
 /// `options.longEdge` when `limitSize` asks (never enlarged), stamped with `watermark` after the
 /// scaling, and writes it to `to` in sRGB: 8-bit JPEG at `options.quality`, 8-bit PNG or 16-bit
 /// TIFF. A transparent backdrop turns white in a JPEG and keeps its alpha otherwise. The source's

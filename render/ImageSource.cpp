@@ -120,15 +120,14 @@ PixelSize ImageSource::proxySize() const {
             std::max(1, int(std::lround(fullSize_.height * s)))};
 }
 
-img::Image ImageSource::developRaw(const RawKey& key, bool proxy, std::string* error) {
+img::Image ImageSource::developRaw(const RawKey& key, PixelSize target, std::string* error) {
     const img::RawFacts& f = raw_->facts();
     // The as-shot white balance keeps the camera's own multipliers exactly.
     const bool asShot = key.temp == asShotTemperature_ && key.tint == asShotTint_;
     const std::array<double, 3> m =
         asShot ? f.asShotMultipliers : img::multipliers(f.calibration, {key.temp, key.tint});
-    const PixelSize target = proxy ? proxySize() : fullSize_;
-    // Half size when it still covers the proxy: a quarter of the work and no demosaicing.
-    const bool half = proxy && target.longEdge() * 2 <= fullSize_.longEdge();
+    // Half size when it still covers the target: a quarter of the work and no demosaicing.
+    const bool half = target.longEdge() * 2 <= fullSize_.longEdge();
     img::Image image;
     try {
         image = raw_->develop(m, half);
@@ -198,14 +197,21 @@ img::Image ImageSource::previewBase(const Adjustments& adjustments) {
     }
     const RawKey key = keyOf(adjustments);
     if (previewBaseCache_ && previewBaseCache_->first == key) return previewBaseCache_->second;
-    img::Image image = developRaw(key, true, nullptr);
+    img::Image image = developRaw(key, proxySize(), nullptr);
     if (!image.empty()) previewBaseCache_ = {key, image};
     return image;
 }
 
 img::Image ImageSource::fullBase(const Adjustments& adjustments, std::string* error) {
     if (!isRAW_) return decodePlain(0, error);
-    return developRaw(keyOf(adjustments), false, error);
+    return developRaw(keyOf(adjustments), fullSize_, error);
+}
+
+img::Image ImageSource::reducedBase(const Adjustments& adjustments, int atLeastLongEdge,
+                                    std::string* error) {
+    if (!isRAW_) return decodePlain(std::max(atLeastLongEdge, 1), error);
+    if (atLeastLongEdge * 2 > fullSize_.longEdge()) return fullBase(adjustments, error);
+    return developRaw(keyOf(adjustments), {fullSize_.width / 2, fullSize_.height / 2}, error);
 }
 
 img::Image ImageSource::fullBaseCached(const Adjustments& adjustments) {

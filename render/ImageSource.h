@@ -88,6 +88,11 @@ class ImageSource {
     /// The whole picture under the same four settings; not cached. Empty on failure; `error`
     /// then says why.
     img::Image fullBase(const Adjustments& adjustments, std::string* error = nullptr);
+    /// As fullBase, at the smallest size the decoder makes cheaply whose long edge is still at
+    /// least `atLeastLongEdge`: the half-size RAW development, a DCT-scaled JPEG decode; otherwise
+    /// the whole picture. For exports that are delivered smaller than the photo.
+    img::Image reducedBase(const Adjustments& adjustments, int atLeastLongEdge,
+                           std::string* error = nullptr);
     /// As fullBase, remembering the two most recently used keys.
     img::Image fullBaseCached(const Adjustments& adjustments);
 
@@ -106,7 +111,7 @@ class ImageSource {
     void openRaw();
     void openPlain();
     void learnCameraLook();
-    img::Image developRaw(const RawKey& key, bool proxy, std::string* error);
+    img::Image developRaw(const RawKey& key, PixelSize target, std::string* error);
     img::Image decodePlain(int atLeastLongEdge, std::string* error);
     PixelSize proxySize() const;
     RawKey keyOf(const Adjustments& adjustments) const;

@@ -9,13 +9,17 @@
 #include <filesystem>
 #include <set>
 
+#include "imaging/LanczosScale.h"
 #include "imaging/codec/ImageDecode.h"
+#include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/Metadata.h"
 #include "imaging/codec/PngCodec.h"
 #include "render/Exporter.h"
 #include "render/ImageWriter.h"
+#include "tests/support/ColourDifference.h"
 #include "tests/support/DngWriter.h"
 #include "tests/support/Fixtures.h"
+#include "tests/support/Mosaic.h"
 
 namespace ql {
 namespace {
@@ -88,6 +92,46 @@ TEST_F(ExporterTest, SizeIsLimitedButNeverEnlarged) {
         EXPECT_EQ(back.width(), c.w) << c.limit << " " << c.longEdge;
         EXPECT_EQ(back.height(), c.h) << c.limit << " " << c.longEdge;
     }
+}
+
+// A smaller delivery develops a reduced picture (half-size RAW, DCT-scaled JPEG); it must look
+// like the full development shrunk to the same size. A RAW's half size bins each 2×2 block of
+// sites, which has none of the demosaicing's false colour, so it is held to the scene instead:
+// at least as faithful as the full development.
+TEST_F(ExporterTest, ReducedDevelopmentLooksLikeTheFullOne) {
+    const img::Image scene =
+        testing::sampleMosaic(960, 640, {"party_crowd_indoor.jpg", "event_hall_group.jpg"});
+    const std::string dng = dir_.file("scene.dng");
+    testing::writeDngOfScene(dng, scene, 400);
+    const std::string jpeg = dir_.file("scene.jpg");
+    img::writeJpeg(scene, jpeg, {95, {}, {}});
+    Adjustments edit;
+    edit.exposure = 0.3;
+    edit.clarity = 40;
+    edit.sharpening = 40;
+    const ExportOptions limited{ExportFormat::jpeg, 92, true, 300};
+    const ExportOptions whole{ExportFormat::jpeg, 92, false, 300};
+
+    ImageSource jpegReduced(jpeg, 400), jpegFull(jpeg, 400);
+    const img::Image small = Exporter::render(jpegReduced, edit, pipeline_, limited, {});
+    ASSERT_EQ(small.width(), 300);
+    ASSERT_EQ(small.height(), 200);
+    const auto d = testing::compare(
+        small, img::resize(Exporter::render(jpegFull, edit, pipeline_, whole, {}), 300, 200));
+    EXPECT_LT(d.mean, 1.0);
+    EXPECT_LT(d.p99, 4.0);
+
+    ImageSource rawReduced(dng, 400), rawFull(dng, 400);
+    const img::Image rawSmall = Exporter::render(rawReduced, {}, pipeline_, limited, {});
+    ASSERT_EQ(rawSmall.width(), 300);
+    const img::Image truth = img::resize(scene, 300, 200);
+    const auto reduced = testing::compare(rawSmall, truth);
+    const img::Image rawWhole =
+        img::resize(Exporter::render(rawFull, {}, pipeline_, whole, {}), 300, 200);
+    const auto full = testing::compare(rawWhole, truth);
+    EXPECT_LT(reduced.mean, full.mean + 0.2);
+    EXPECT_LT(reduced.p99, full.p99 + 0.5);
+    EXPECT_LT(testing::compare(rawSmall, rawWhole).mean, 2.0);
 }
 
 TEST_F(ExporterTest, TransparentBackdropTurnsWhiteOnlyInJpeg) {

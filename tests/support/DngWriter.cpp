@@ -9,6 +9,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "imaging/raw/WhiteBalance.h"
+
 namespace ql::testing {
 
 namespace {
@@ -378,6 +380,31 @@ DngSpec apscCameraSpec(int width, int height) {
                          0.2534, -0.0416, 0.1540,  0.6039};
     spec.calibrationIlluminant2 = 21;
     return spec;
+}
+
+void writeDngOfScene(const std::string& path, const img::Image& scene, int iso) {
+    DngSpec spec = apscCameraSpec(scene.width(), scene.height());
+    spec.iso = iso;
+    const img::CameraCalibration cal{*spec.colorMatrix2, 6504, spec.colorMatrix1, 2856};
+    spec.asShotNeutral = img::cameraNeutral(cal, img::kD65White);
+    // Linear sRGB to XYZ (D65), then the camera's own matrix.
+    const double toXyz[9] = {0.4124564, 0.3575761, 0.1804375, 0.2126729, 0.7151522,
+                             0.0721750, 0.0193339, 0.1191920, 0.9503041};
+    double m[9] = {};
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c)
+            for (int k = 0; k < 3; ++k)
+                m[r * 3 + c] += (*spec.colorMatrix2)[size_t(r * 3 + k)] * toXyz[k * 3 + c];
+    const double scale =
+        0.9 / std::max({spec.asShotNeutral[0], spec.asShotNeutral[1], spec.asShotNeutral[2]});
+    writeDng(path, spec, [&](int x, int y) {
+        const img::Pixel p = scene.at(x, y);
+        std::array<float, 3> cam{};
+        for (int r = 0; r < 3; ++r)
+            cam[size_t(r)] =
+                float(scale * (m[r * 3] * p.r + m[r * 3 + 1] * p.g + m[r * 3 + 2] * p.b));
+        return cam;
+    });
 }
 
 }  // namespace ql::testing

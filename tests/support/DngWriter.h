@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "imaging/Image.h"
+
 namespace ql::testing {
 
 struct DngSpec {
@@ -68,6 +70,10 @@ std::vector<uint8_t> dngBytes(const DngSpec& spec, const CameraScene& scene);
 
 /// dngBytes written to `path`; throws std::runtime_error when the file cannot be written.
 void writeDng(const std::string& path, const DngSpec& spec, const CameraScene& scene);
+
+/// A DNG of the camera of apscCameraSpec at `iso` that saw `scene` (linear sRGB, lit by D65), the
+/// scene's white at 90 % of the sensor's range.
+void writeDngOfScene(const std::string& path, const img::Image& scene, int iso);
 
 /// Baseline 4:2:0 JPEG of 8-bit RGB rows. Throws std::invalid_argument when `rgb` does not hold
 /// width * height * 3 bytes, std::runtime_error when encoding fails.
