@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "AppPaths.h"
+#include "Blanks.h"
 
 namespace ql {
 
@@ -19,13 +20,6 @@ void replaceAll(std::string& text, std::string_view token, std::string_view by) 
     for (size_t at = text.find(token); at != std::string::npos;
          at = text.find(token, at + by.size()))
         text.replace(at, token.size(), by);
-}
-
-std::string trimmedBlanks(const std::string& s) {
-    constexpr std::string_view blanks = " \t\r\n\v\f";
-    const size_t b = s.find_first_not_of(blanks);
-    if (b == std::string::npos) return {};
-    return s.substr(b, s.find_last_not_of(blanks) - b + 1);
 }
 
 std::string baseName(const std::string& path) {
@@ -95,7 +89,7 @@ std::string ExportRecipe::fileName(const std::string& sourcePath, int number,
     replaceAll(name, "{du-an}", project);
     for (char& c : name)
         if (std::string_view(R"(/:\?*"<>|)").find(c) != std::string_view::npos) c = '-';
-    name = trimmedBlanks(name);
+    name = std::string(trimmedBlanks(name));
     return name.empty() ? base : name;
 }
 

@@ -1,5 +1,7 @@
 #include "PhotoMeta.h"
 
+#include "Blanks.h"
+
 #include <QString>
 
 #include <algorithm>
@@ -10,16 +12,8 @@ namespace ql {
 
 namespace {
 
-constexpr std::string_view kBlank = " \t\r\n\v\f";
-
-std::string_view trimmed(std::string_view s) {
-    const size_t b = s.find_first_not_of(kBlank);
-    if (b == std::string_view::npos) return {};
-    return s.substr(b, s.find_last_not_of(kBlank) - b + 1);
-}
-
 bool blank(std::string_view s) {
-    return trimmed(s).empty();
+    return trimmedBlanks(s).empty();
 }
 
 std::optional<int> digitsValue(std::string_view s) {
@@ -49,7 +43,7 @@ bool PhotoMeta::empty() const {
 
 std::optional<std::string> PhotoMeta::iptcDate() const {
     std::vector<std::string_view> parts;
-    std::string_view rest = trimmed(dateCreated);
+    std::string_view rest = trimmedBlanks(dateCreated);
     if (rest.empty()) return std::nullopt;
     while (true) {
         const size_t cut = rest.find_first_of("-/.");

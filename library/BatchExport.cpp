@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "edit/Blanks.h"
 #include "render/Exporter.h"
 #include "render/ImageSource.h"
 #include "render/PathNames.h"
@@ -15,13 +16,6 @@ namespace fs = std::filesystem;
 
 // Batch exports read the full picture; the proxy is never shown, so it is kept small.
 constexpr int kBatchPreviewLongEdge = 1200;
-
-std::string trimmedBlanks(const std::string& s) {
-    constexpr std::string_view blanks = " \t\r\n\v\f";
-    const size_t b = s.find_first_not_of(blanks);
-    if (b == std::string::npos) return {};
-    return s.substr(b, s.find_last_not_of(blanks) - b + 1);
-}
 
 std::string stemOf(const std::string& path) {
     return fs::path(path).stem().string();
@@ -96,7 +90,7 @@ void exportWithRecipes(const std::vector<std::string>& urls,
         urls, edits, job, [&](const std::string& url, size_t index, const ImageSource& source) {
             std::vector<Target> targets;
             for (const auto& r : enabled) {
-                const std::string sub = trimmedBlanks(r.subfolder);
+                const std::string sub(trimmedBlanks(r.subfolder));
                 const std::string folder =
                     sub.empty() ? destination : (fs::path(destination) / sub).string();
                 std::error_code ec;

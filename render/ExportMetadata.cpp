@@ -1,19 +1,13 @@
 #include "ExportMetadata.h"
 
+#include "edit/Blanks.h"
+
 #include <string>
 #include <vector>
 
 namespace ql {
 
 namespace {
-
-constexpr std::string_view kBlank = " \t\r\n\v\f";
-
-std::string_view trimmed(std::string_view s) {
-    const size_t b = s.find_first_not_of(kBlank);
-    if (b == std::string_view::npos) return {};
-    return s.substr(b, s.find_last_not_of(kBlank) - b + 1);
-}
 
 // ISO 8859 escape sequence for UTF-8: without it readers take IIM text as Latin-1 or ASCII.
 void markIptcUtf8(img::MetadataEditor& into) {
@@ -72,31 +66,31 @@ const std::pair<std::string PhotoMeta::*, const char*> kTiff[] = {
 void write(const PhotoMeta& meta, img::MetadataEditor& into) {
     bool iptc = false;
     const auto put = [&](std::string_view value, const char* iptcKey, const char* xmpKey) {
-        const std::string_view text = trimmed(value);
+        const std::string_view text = trimmedBlanks(value);
         if (text.empty()) return;
         if (iptcKey && into.setText(iptcKey, text)) iptc = true;
         into.setText(xmpKey, text);
     };
     for (const auto& m : kMappings)
         put(meta.*m.field, m.iptc, m.xmp);
-    put(trimmed(meta.headline).empty() ? meta.event : meta.headline, "Iptc.Application2.Headline",
-        "Xmp.photoshop.Headline");
+    put(trimmedBlanks(meta.headline).empty() ? meta.event : meta.headline,
+        "Iptc.Application2.Headline", "Xmp.photoshop.Headline");
     if (const auto date = meta.iptcDate()) {
         if (into.setText("Iptc.Application2.DateCreated", *date)) iptc = true;
         into.setText("Xmp.photoshop.DateCreated", xmpDate(*date));
     }
     std::vector<std::string> keywords;
     for (const auto& k : meta.keywords)
-        if (const auto word = trimmed(k); !word.empty()) keywords.emplace_back(word);
+        if (const auto word = trimmedBlanks(k); !word.empty()) keywords.emplace_back(word);
     if (!keywords.empty()) {
         if (into.setTexts("Iptc.Application2.Keywords", keywords)) iptc = true;
         into.setTexts("Xmp.dc.subject", keywords);
     }
     for (const auto& [field, key] : kContact)
-        if (const auto text = trimmed(meta.*field); !text.empty())
+        if (const auto text = trimmedBlanks(meta.*field); !text.empty())
             into.setStructField("Xmp.iptc.CreatorContactInfo", key, text);
     for (const auto& [field, key] : kTiff)
-        if (const auto text = trimmed(meta.*field); !text.empty()) into.setText(key, text);
+        if (const auto text = trimmedBlanks(meta.*field); !text.empty()) into.setText(key, text);
     if (iptc) markIptcUtf8(into);
 }
 
@@ -105,7 +99,7 @@ img::Metadata exportProperties(const img::Metadata& source, std::string_view cop
     img::MetadataEditor editor(source);
     // Only a file that has a first IFD names its software; none is made up for that alone.
     if (editor.hasAny("Exif.Image.")) editor.setText("Exif.Image.Software", "Quillarium");
-    if (const auto text = trimmed(copyright); !text.empty()) {
+    if (const auto text = trimmedBlanks(copyright); !text.empty()) {
         editor.setText("Exif.Image.Copyright", text);
         if (editor.setText("Iptc.Application2.Copyright", text)) markIptcUtf8(editor);
         editor.setText("Xmp.dc.rights", text);
