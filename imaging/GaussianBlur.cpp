@@ -187,6 +187,91 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
     });
 }
 
+// Box-average blocks of f × f prepared pixels (fewer at the right and bottom edges).
+Image shrinkPrepared(const Image& input, int f, const detail::BlurHooks& hooks,
+                     const Execution& exec) {
+    const int w = input.width(), h = input.height();
+    const int sw = (w + f - 1) / f, sh = (h + f - 1) / f;
+    Image small = Image::forOverwrite(sw, sh);
+    const bool ok = parallelFor(0, sh, exec, [&](int r0, int r1) {
+        std::vector<float> prepared(hooks.prepare ? size_t(w) * 4 : 0);
+        std::vector<v4> sums(static_cast<size_t>(sw));
+        for (int sy = r0; sy < r1; ++sy) {
+            std::fill(sums.begin(), sums.end(), splat(0));
+            const int y0 = sy * f, y1 = std::min(y0 + f, h);
+            for (int y = y0; y < y1; ++y) {
+                const float* row = input.row(y);
+                if (hooks.prepare) {
+                    hooks.prepare(row, prepared.data(), w);
+                    row = prepared.data();
+                }
+                for (int sx = 0, x = 0; sx < sw; ++sx) {
+                    v4 s = sums[size_t(sx)];
+                    for (const int xe = std::min(x + f, w); x < xe; ++x)
+                        s += load(row + 4 * size_t(x));
+                    sums[size_t(sx)] = s;
+                }
+            }
+            float* out = small.row(sy);
+            for (int sx = 0; sx < sw; ++sx) {
+                const int n = (std::min((sx + 1) * f, w) - sx * f) * (y1 - y0);
+                store(out + 4 * size_t(sx), sums[size_t(sx)] * splat(1.0f / float(n)));
+            }
+        }
+    });
+    return ok ? small : Image{};
+}
+
+// The blur of a shrunk copy, interpolated back row by row into `finish`. Box averaging and the
+// linear interpolation add variance (f² − 1)/12 and f²/6; the small blur makes up the rest. The
+// outermost half block is extrapolated, so a gradient running into a clamped border stays one.
+Image coarseBlurWith(const Image& input, double sigma, int f, EdgeMode edges,
+                     const detail::BlurHooks& hooks, const Execution& exec) {
+    const Image small = shrinkPrepared(input, f, hooks, exec);
+    if (small.empty()) return Image{};
+    const double extra = (double(f) * f - 1) / 12 + double(f) * f / 6;
+    const double smallSigma = std::sqrt(std::max(sigma * sigma - extra, 0.09 * f * f)) / f;
+    const Image blurred = detail::gaussianBlurWith(small, {float(smallSigma), edges}, {}, exec);
+    if (blurred.empty()) return Image{};
+    const int w = input.width(), h = input.height();
+    const int sw = small.width(), sh = small.height();
+    // Horizontal interpolation: each output column's two source columns and weight, once.
+    std::vector<int> x0(size_t(w), 0);
+    std::vector<float> wx(size_t(w), 0);
+    for (int x = 0; x < w; ++x) {
+        const double fx = std::clamp((x + 0.5) / f - 0.5, -0.5, sw - 0.5);
+        x0[size_t(x)] = std::clamp(int(std::floor(fx)), 0, std::max(sw - 2, 0));
+        wx[size_t(x)] = float(fx - x0[size_t(x)]);
+    }
+    Image out = Image::forOverwrite(w, h);
+    const bool ok = parallelFor(0, h, exec, [&](int r0, int r1) {
+        std::vector<float> row(size_t(w) * 4);
+        std::vector<v4> mixed(static_cast<size_t>(sw));
+        for (int y = r0; y < r1; ++y) {
+            const double fy = std::clamp((y + 0.5) / f - 0.5, -0.5, sh - 0.5);
+            const int ya = std::clamp(int(std::floor(fy)), 0, std::max(sh - 2, 0));
+            const int yb = std::min(ya + 1, sh - 1);
+            const v4 wy = splat(float(fy - ya));
+            const float *a = blurred.row(ya), *b = blurred.row(yb);
+            for (int sx = 0; sx < sw; ++sx) {
+                const v4 va = load(a + 4 * size_t(sx));
+                mixed[size_t(sx)] = va + (load(b + 4 * size_t(sx)) - va) * wy;
+            }
+            for (int x = 0; x < w; ++x) {
+                const int i = x0[size_t(x)], j = std::min(i + 1, sw - 1);
+                const v4 v =
+                    mixed[size_t(i)] + (mixed[size_t(j)] - mixed[size_t(i)]) * splat(wx[size_t(x)]);
+                store(row.data() + 4 * size_t(x), v);
+            }
+            if (hooks.finish)
+                hooks.finish(input.row(y), row.data(), out.row(y), w);
+            else
+                std::memcpy(out.row(y), row.data(), row.size() * sizeof(float));
+        }
+    });
+    return ok ? out : Image{};
+}
+
 }  // namespace
 
 Image gaussianBlur(const Image& input, const GaussianBlurParams& p, const Execution& exec) {
@@ -200,6 +285,11 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
                        const Execution& exec) {
     if (input.empty()) return input;
     const double sigma = std::clamp(double(p.radius), 0.3, double(input.longEdge()));
+    if (hooks.coarse && sigma >= 8 && p.edges == EdgeMode::clamp) {
+        const int factor = std::max(2, int(sigma / 4));
+        if (input.width() >= 2 * factor && input.height() >= 2 * factor)
+            return coarseBlurWith(input, sigma, factor, p.edges, hooks, exec);
+    }
     const LineFilter f = makeFilter(std::isfinite(sigma) ? sigma : 0.3);
     const int w = input.width(), h = input.height();
     // The intermediate is written in full before it is read: no need to clear it.

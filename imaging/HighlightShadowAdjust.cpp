@@ -53,6 +53,7 @@ Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
             apply(in, luminance(luma(in[0], in[1], in[2]), in[3]), out);
         });
     detail::BlurHooks hooks;
+    hooks.coarse = true;  // the surroundings' brightness, not their detail
     // Only premultiplied luma and alpha are blurred; their ratio is the surroundings' luminance.
     hooks.prepare = [](const float* in, float* out, int count) {
         for (int i = 0; i < 4 * count; i += 4) {
