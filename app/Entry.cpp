@@ -4,6 +4,8 @@
 #include <array>
 #include <iostream>
 
+#include "HeadlessCameraLook.h"
+#include "HeadlessHorizon.h"
 #include "HeadlessRender.h"
 #include "edit/AppLanguage.h"
 
@@ -20,15 +22,18 @@ constexpr std::array<Option, 11> table{{
     {"--render", "<input> <output> [adjustments.json]", 0, HeadlessRender::run, {}},
     {"--advise", "<input> [output]", 0, runAdvise, {}},
     {"--auto", "<input> <output> [style]", 2, nullptr, "the automatic editor"},
-    {"--camera-look", "<raw> <plain-out> <looked-out> [<camera-out>]", 3, nullptr,
-     "the camera look fit"},
+    {"--camera-look",
+     "<raw> <plain-out> <looked-out> [<camera-out>]",
+     3,
+     HeadlessCameraLook::run,
+     {}},
     {"--share", "<file>...", 0, nullptr, "the gallery server"},
     {"--faces", "<reference> <face-index> <file>...", 2, nullptr, "face search"},
     {"--cull", "<file>...", 0, nullptr, "culling"},
     {"--expert", "<output-folder> <file>...", 1, nullptr, "the expert automatic editor"},
     {"--agent", "<input> <output> <brief> [engine]", 3, nullptr, "the agent desk"},
     {"--download-model", "<model-id>", 1, nullptr, "the model store"},
-    {"--horizon", "<image> <degrees>", 2, nullptr, "the level finder"},
+    {"--horizon", "<image> <degrees>", 2, HeadlessHorizon::run, {}},
 }};
 
 int startApplication(Console& console) {

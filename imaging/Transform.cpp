@@ -1,6 +1,10 @@
 #include "Transform.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
+
+#include "Simd.h"
 
 namespace ql::img {
 namespace {
@@ -13,8 +17,10 @@ inline void sample(const Image& in, double x, double y, EdgeMode edges, float* o
         out[0] = out[1] = out[2] = out[3] = 0;
         return;
     }
-    const double x0f = std::floor(fx), y0f = std::floor(fy);
-    const float ax = float(fx - x0f), ay = float(fy - y0f);
+    // Beyond the border every tap clamps to it anyway; held there, far positions fit an int.
+    const double gx = std::clamp(fx, -1.0, double(w)), gy = std::clamp(fy, -1.0, double(h));
+    const double x0f = std::floor(gx), y0f = std::floor(gy);
+    const float ax = float(gx - x0f), ay = float(gy - y0f);
     const int x0 = int(x0f), y0 = int(y0f);
     float acc[4] = {0, 0, 0, 0};
     const float wts[4] = {(1 - ax) * (1 - ay), ax * (1 - ay), (1 - ax) * ay, ax * ay};
@@ -36,21 +42,76 @@ inline void sample(const Image& in, double x, double y, EdgeMode edges, float* o
 /// Output pixel centres through a 3×3 inverse map back into the input.
 Image warp(const Image& input, const std::array<double, 9>& inv, int outW, int outH, EdgeMode edges,
            const Execution& exec) {
+    using namespace simd;
     Image out = Image::forOverwrite(outW, outH);
-    const bool done = parallelFor(0, outH, exec, [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y) {
+    const int w = input.width(), h = input.height();
+    const size_t stride = size_t(w) * 4;
+    // Offsets of the fast path are ints; a bigger input takes the general path everywhere.
+    const double fastW = input.pixelCount() < (size_t(1) << 31) ? w - 1 : -1;
+    // A turned row reads the input along a slant: short runs on many rows, which the hardware
+    // does not foresee, so the pixels a little further along the row are asked for early (every
+    // other pixel: a cache line holds four).
+    constexpr int kAhead = 32;
+    const bool done = parallelFor(0, outH, exec, [&](int row0, int row1) {
+        // A whole row's source positions first (a loop the compiler vectorises), then its taps,
+        // so that the sampling loop can look ahead. `at` is the pixel offset of the top-left tap
+        // when all four taps lie inside, else -1.
+        const size_t n = size_t(outW);
+        std::vector<double> pxs(n), pys(n);
+        std::vector<float> axs(n), ays(n);
+        std::vector<int> at(n + kAhead, -1);
+        for (int y = row0; y < row1; ++y) {
             float* o = out.row(y);
             const double qy = y + 0.5;
-            for (int x = 0; x < outW; ++x) {
-                const double qx = x + 0.5;
-                const double wz = inv[6] * qx + inv[7] * qy + inv[8];
-                if (!(std::abs(wz) > 1e-12)) {  // the horizon of the projection
-                    o[4 * x] = o[4 * x + 1] = o[4 * x + 2] = o[4 * x + 3] = 0;
-                    continue;
+            const double cx = inv[1] * qy + inv[2], cy = inv[4] * qy + inv[5];
+            const double cz = inv[7] * qy + inv[8];
+            // wz is linear along the row: away from zero at both ends with one sign, it is
+            // away from zero all along, and the loop needs no test.
+            const double wz0 = inv[6] * 0.5 + cz, wz1 = inv[6] * (outW - 0.5) + cz;
+            if ((wz0 > 1e-12 && wz1 > 1e-12) || (wz0 < -1e-12 && wz1 < -1e-12)) {
+                for (int x = 0; x < outW; ++x) {
+                    const double qx = x + 0.5, wz = inv[6] * qx + cz;
+                    pxs[size_t(x)] = (inv[0] * qx + cx) / wz;
+                    pys[size_t(x)] = (inv[3] * qx + cy) / wz;
                 }
-                const double px = (inv[0] * qx + inv[1] * qy + inv[2]) / wz;
-                const double py = (inv[3] * qx + inv[4] * qy + inv[5]) / wz;
-                sample(input, px, py, edges, o + 4 * x);
+            } else {
+                for (int x = 0; x < outW; ++x) {
+                    const double qx = x + 0.5, wz = inv[6] * qx + cz;
+                    // Beyond the horizon of the projection: NaN, which no test below accepts.
+                    const bool horizon = !(std::abs(wz) > 1e-12);
+                    pxs[size_t(x)] = horizon ? NAN : (inv[0] * qx + cx) / wz;
+                    pys[size_t(x)] = horizon ? NAN : (inv[3] * qx + cy) / wz;
+                }
+            }
+            for (int x = 0; x < outW; ++x) {
+                const double fx = pxs[size_t(x)] - 0.5, fy = pys[size_t(x)] - 0.5;
+                const bool fast = fx >= 0 && fy >= 0 && fx < fastW && fy < h - 1;
+                const int sx = fast ? int(fx) : 0, sy = fast ? int(fy) : 0;  // floor when >= 0
+                axs[size_t(x)] = float(fx - sx);
+                ays[size_t(x)] = float(fy - sy);
+                at[size_t(x)] = fast ? sy * w + sx : -1;
+            }
+            for (int x = 0; x < outW; ++x) {
+                if ((x & 1) == 0 && at[size_t(x + kAhead)] >= 0) {
+                    const float* a = input.data() + size_t(at[size_t(x + kAhead)]) * 4;
+                    __builtin_prefetch(a);
+                    __builtin_prefetch(a + stride);
+                }
+                if (at[size_t(x)] >= 0) {
+                    // All four taps inside: no clamping, one vector sum.
+                    const float ax = axs[size_t(x)], ay = ays[size_t(x)];
+                    const float* p = input.data() + size_t(at[size_t(x)]) * 4;
+                    const float* q = p + stride;
+                    v4 acc = splat((1 - ax) * (1 - ay)) * load(p);
+                    acc += splat(ax * (1 - ay)) * load(p + 4);
+                    acc += splat((1 - ax) * ay) * load(q);
+                    acc += splat(ax * ay) * load(q + 4);
+                    store(o + 4 * x, acc);
+                } else if (std::isnan(pxs[size_t(x)])) {
+                    store(o + 4 * x, splat(0));
+                } else {
+                    sample(input, pxs[size_t(x)], pys[size_t(x)], edges, o + 4 * x);
+                }
             }
         }
     });

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <set>
 
+#include "CameraLook.h"
 #include "PathNames.h"
 #include "edit/AppLanguage.h"
 #include "imaging/LanczosScale.h"
@@ -95,9 +96,61 @@ void ImageSource::openPlain() {
 }
 
 void ImageSource::learnCameraLook() {
-    // Learning the camera's rendering needs the fitter of the camera look, which this build does
-    // not have yet; until it does there is nothing to learn, and decoding the embedded JPEG here
-    // would only slow down every opening.
+    // Learnt once at opening, against the default record's development (as-shot white balance,
+    // its noise reduction and lens profile: what the pipeline feeds the cube) made only as large
+    // as the fit compares. A failure leaves the photo with the plain look.
+    std::vector<uint8_t> jpeg;
+    try {
+        jpeg = CameraLook::embeddedJPEG(url_, raw_.get());
+    } catch (const std::exception&) {
+    }
+    if (jpeg.empty()) return;
+    const double s = std::min(1.0, double(CameraLook::kSampleLongEdge) / fullSize_.longEdge());
+    const PixelSize sample{std::max(1, int(std::lround(fullSize_.width * s))),
+                           std::max(1, int(std::lround(fullSize_.height * s)))};
+    // As developRaw, except for the shrink: a Lanczos pass straight from the half-size
+    // development would cost more than everything else here together.
+    const auto develop = [&] {
+        const RawKey key = keyOf(Adjustments{});
+        const bool half = sample.longEdge() * 2 <= fullSize_.longEdge();
+        img::Image image = raw_->develop(raw_->facts().asShotMultipliers, half);
+        ++decodes_;
+        image = CameraLook::sampled(image, sample.width, sample.height);
+        if (image.empty()) return image;
+        const float n = float(std::clamp(key.nr / 100, 0.0, 1.0));
+        image = img::rawNoiseReduction(image,
+                                       {rawNoiseDefaults_.luma + (1 - rawNoiseDefaults_.luma) * n,
+                                        rawNoiseDefaults_.color + (1 - rawNoiseDefaults_.color) * n,
+                                        float(sample.longEdge()) / float(fullSize_.longEdge())});
+        if (lensProfile_ && key.lens.value_or(lensProfileDefault_)) {
+            img::LensCorrectionParams lens;
+            lens.profile = &*lensProfile_;
+            lens.shot = lensShot_;
+            image = img::lensCorrection(image, lens);
+        }
+        return image;
+    };
+    // The JPEG decodes while the sensor data is unpacked and developed; both take about as long.
+    img::Image camera, plain;
+    img::parallelFor(0, 2, {}, [&](int first, int last) {
+        for (int job = first; job < last; ++job) {
+            try {
+                if (job == 0)
+                    camera = CameraLook::decodeEmbedded(jpeg, orientation_);
+                else
+                    plain = develop();
+            } catch (const std::exception&) {  // a worker thread must not throw
+            }
+        }
+    });
+    try {
+        const CameraLook::Fit fit = CameraLook::fit(plain, camera);
+        if (!fit.lut) return;
+        std::lock_guard lock(mutex_);
+        cameraLUT_ = fit.lut;
+        cameraLookFit_ = LookFit{fit.before, fit.error};
+    } catch (const std::exception&) {
+    }
 }
 
 std::optional<std::chrono::system_clock::time_point> ImageSource::captureDate() const {

@@ -12,21 +12,6 @@
 
 namespace ql {
 
-namespace LensCorrect {
-/// Distortion, vignetting and lateral colour of the `lens` sliders.
-inline img::Image apply(const img::Image& image, const LensFix&, const img::Execution& = {}) {
-    return image;
-}
-}  // namespace LensCorrect
-
-namespace Geometry {
-/// Quarter turns, flip, perspective, rotation and (with `cropping`) the crop rectangle.
-inline img::Image apply(const Adjustments&, const img::Image& image, bool /*cropping*/,
-                        const img::Execution& = {}) {
-    return image;
-}
-}  // namespace Geometry
-
 namespace Healer {
 /// Healing strokes, in the frame after geometry.
 inline img::Image apply(const img::Image& image, const std::vector<BrushStroke>&,
@@ -42,14 +27,6 @@ inline img::Image apply(const RestoreOld&, const img::Image& image, int /*longEd
     return image;
 }
 }  // namespace Restorer
-
-namespace Defringe {
-/// Purple and green fringes along high-contrast edges.
-inline img::Image apply(const img::Image& image, const LensFix&, int /*longEdge*/,
-                        const img::Execution& = {}) {
-    return image;
-}
-}  // namespace Defringe
 
 namespace FaceParts {
 /// The four quick face sliders.

@@ -4,6 +4,9 @@
 #include <cmath>
 
 #include "ColorLUT.h"
+#include "Defringe.h"
+#include "Geometry.h"
+#include "LensCorrect.h"
 #include "PendingStages.h"
 #include "imaging/Blend.h"
 #include "imaging/ColorControls.h"

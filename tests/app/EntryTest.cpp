@@ -156,14 +156,12 @@ TEST(Commands, UnbuiltCommandsNameWhatTheyLack) {
     for (Arguments argv :
          std::vector<Arguments>{{"q", "--advise", "in.jpg"},
                                 {"q", "--auto", "in.raf", "out.jpg", "NoSuchStyle"},
-                                {"q", "--camera-look", "a.dng", "p.jpg", "l.jpg"},
                                 {"q", "--share", "a.jpg"},
                                 {"q", "--faces", "ref.jpg", "99"},
                                 {"q", "--cull"},
                                 {"q", "--expert", "out"},
                                 {"q", "--agent", "in", "out", "brief"},
-                                {"q", "--download-model", "nosuch"},
-                                {"q", "--horizon", "img.jpg", "3"}}) {
+                                {"q", "--download-model", "nosuch"}}) {
         const Outcome r = run(argv);
         EXPECT_EQ(r.status, 1) << argv[1];
         EXPECT_EQ(r.err.rfind(argv[1] + ": ", 0), 0u) << r.err;

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "imaging/ColorCube.h"
+#include "imaging/GaussianBlur.h"
 #include "imaging/LanczosScale.h"
 #include "render/ImageSource.h"
 #include "render/Pipeline.h"
@@ -227,6 +228,14 @@ std::vector<std::pair<std::string, Adjustments>> typicalEdits() {
         {"presence", with([](auto& a) { a.clarity = 40, a.texture = 30, a.dehaze = 15; })},
         {"detail", with([](auto& a) { a.noiseReduction = 40, a.sharpening = 60; })},
         {"vignette", with([](auto& a) { a.vignette = -40, a.vignetteMidpoint = 40; })},
+        {"geometry", with([](auto& a) {
+             a.quarterTurns = 1, a.rotation = 2.5, a.perspectiveVertical = 15;
+             a.crop = CropRect{0.1, 0.15, 0.7, 0.6};
+         })},
+        {"lens", with([](auto& a) {
+             a.lens.distortion = 30, a.lens.vignette = 40, a.lens.caRed = 20;
+             a.lens.purple = 50;
+         })},
     };
 }
 
@@ -238,8 +247,15 @@ void expectPreviewMatchesExport(const std::string& what, const Image& full, bool
         const Image fromPreview = pipeline.apply(edit, preview, isRAW, {}, true, {}, nullptr, {});
         const Image fromFull =
             img::resize(pipeline.apply(edit, full, isRAW, {}, true, {}, nullptr, {}),
-                        preview.width(), preview.height());
-        const auto d = testing::compare(fromPreview, fromFull);
+                        fromPreview.width(), fromPreview.height());
+        // Edits that move pixels resample at two scales and crop to whole pixels of each, which
+        // places detail up to half a proxy pixel apart: they are held to their look, after a
+        // blur of two proxy pixels.
+        const bool moves = name == "geometry" || name == "lens";
+        const auto soft = [&](const Image& im) {
+            return moves ? img::gaussianBlur(im, {2.0f}) : im;
+        };
+        const auto d = testing::compare(soft(fromPreview), soft(fromFull));
         EXPECT_LE(d.mean, 1.0) << what << " " << name;
         EXPECT_LE(d.p99, 3.0) << what << " " << name;
     }
