@@ -4,25 +4,82 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <mutex>
 #include <new>
+#include <utility>
+#include <vector>
 
 namespace ql::img {
 
 namespace {
 
 constexpr size_t kHugePage = size_t(2) << 20;
+constexpr size_t kMaxPooled = size_t(1) << 30;
+
+// Freed pictures of the sizes in use, kept for the next picture of the same size: a stage of the
+// pipeline then writes into memory that is already mapped, instead of the kernel clearing fresh
+// pages first, which costs as much as a pass over the picture. A request of any other size
+// returns them all to the system before it allocates, so the pool never adds to the peak the
+// pictures alive at one time reach.
+class PixelPool {
+  public:
+    void* take(size_t bytes) {
+        std::vector<void*> stale;
+        {
+            std::lock_guard lock(mutex_);
+            for (auto it = blocks_.begin(); it != blocks_.end(); ++it)
+                if (it->first == bytes) {
+                    void* p = it->second;
+                    held_ -= bytes;
+                    blocks_.erase(it);
+                    return p;
+                }
+            for (const auto& [size, p] : blocks_)
+                stale.push_back(p);
+            blocks_.clear();
+            held_ = 0;
+        }
+        for (void* p : stale)
+            std::free(p);
+        return nullptr;
+    }
+    void give(void* p, size_t bytes) {
+        {
+            std::lock_guard lock(mutex_);
+            if (held_ + bytes <= kMaxPooled) {
+                blocks_.emplace_back(bytes, p);
+                held_ += bytes;
+                return;
+            }
+        }
+        std::free(p);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::pair<size_t, void*>> blocks_;
+    size_t held_ = 0;
+};
+
+PixelPool& pool() {
+    static auto* p = new PixelPool;  // never destroyed: pictures may outlive static destruction
+    return *p;
+}
 
 // Pictures of several megabytes live in 2 MB pages where the kernel allows it: a fresh 24 MP
-// picture then costs a few hundred page faults instead of a hundred thousand, which on a
-// virtual machine is most of the time a pass over a new picture takes.
+// picture then costs a few hundred page faults instead of a hundred thousand.
 std::shared_ptr<float[]> allocatePixels(size_t floats) {
     const size_t bytes = floats * sizeof(float);
     if (bytes < 2 * kHugePage) return std::make_shared_for_overwrite<float[]>(floats);
     const size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-    void* p = std::aligned_alloc(kHugePage, rounded);
-    if (!p) throw std::bad_alloc();
-    ::madvise(p, rounded, MADV_HUGEPAGE);  // advice only: refused, it stays ordinary pages
-    return std::shared_ptr<float[]>(static_cast<float*>(p), [](float* q) { std::free(q); });
+    void* p = pool().take(rounded);
+    if (!p) {
+        p = std::aligned_alloc(kHugePage, rounded);
+        if (!p) throw std::bad_alloc();
+        ::madvise(p, rounded, MADV_HUGEPAGE);  // advice only: refused, it stays ordinary pages
+    }
+    return std::shared_ptr<float[]>(static_cast<float*>(p),
+                                    [rounded](float* q) { pool().give(q, rounded); });
 }
 
 }  // namespace
