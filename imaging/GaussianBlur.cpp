@@ -292,13 +292,14 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
     }
     const LineFilter f = makeFilter(std::isfinite(sigma) ? sigma : 0.3);
     const int w = input.width(), h = input.height();
-    // The intermediate is written in full before it is read: no need to clear it.
-    const auto across = std::make_unique_for_overwrite<float[]>(input.pixelCount() * 4);
-    Pass horizontal{input.data(), w, h, across.get()};
+    // The transposed intermediate is a picture of its own, so it comes from the engine's reused
+    // memory; it is written in full before it is read.
+    Image across = Image::forOverwrite(h, w);
+    Pass horizontal{input.data(), w, h, across.data()};
     if (hooks.prepare) horizontal.prepare = &hooks.prepare;
     if (!runPass(horizontal, f, p.edges, exec)) return Image{};
     Image out = Image::forOverwrite(w, h);
-    Pass vertical{across.get(), h, w, out.data()};
+    Pass vertical{across.data(), h, w, out.data()};
     if (hooks.finish) vertical.finish = &hooks.finish, vertical.original = input.data();
     if (!runPass(vertical, f, p.edges, exec)) return Image{};
     return out;
