@@ -116,19 +116,7 @@ void ImageSource::learnCameraLook() {
         img::Image image = raw_->develop(raw_->facts().asShotMultipliers, half);
         ++decodes_;
         image = CameraLook::sampled(image, sample.width, sample.height);
-        if (image.empty()) return image;
-        const float n = float(std::clamp(key.nr / 100, 0.0, 1.0));
-        image = img::rawNoiseReduction(image,
-                                       {rawNoiseDefaults_.luma + (1 - rawNoiseDefaults_.luma) * n,
-                                        rawNoiseDefaults_.color + (1 - rawNoiseDefaults_.color) * n,
-                                        float(sample.longEdge()) / float(fullSize_.longEdge())});
-        if (lensProfile_ && key.lens.value_or(lensProfileDefault_)) {
-            img::LensCorrectionParams lens;
-            lens.profile = &*lensProfile_;
-            lens.shot = lensShot_;
-            image = img::lensCorrection(image, lens);
-        }
-        return image;
+        return image.empty() ? image : finishDevelopment(image, key);
     };
     // The JPEG decodes while the sensor data is unpacked and developed; both take about as long.
     img::Image camera, plain;
@@ -192,12 +180,16 @@ img::Image ImageSource::developRaw(const RawKey& key, PixelSize target, std::str
     if (image.empty()) return {};
     if (image.width() != target.width || image.height() != target.height)
         image = img::resize(image, target.width, target.height);
+    return finishDevelopment(image, key);
+}
+
+img::Image ImageSource::finishDevelopment(const img::Image& developed, const RawKey& key) const {
     const float n = float(std::clamp(key.nr / 100, 0.0, 1.0));
     const img::RawNoiseReductionParams nr{
         rawNoiseDefaults_.luma + (1 - rawNoiseDefaults_.luma) * n,
         rawNoiseDefaults_.color + (1 - rawNoiseDefaults_.color) * n,
-        float(target.longEdge()) / float(fullSize_.longEdge())};
-    image = img::rawNoiseReduction(image, nr);
+        float(developed.longEdge()) / float(fullSize_.longEdge())};
+    img::Image image = img::rawNoiseReduction(developed, nr);
     if (lensProfile_ && key.lens.value_or(lensProfileDefault_)) {
         img::LensCorrectionParams lens;
         lens.profile = &*lensProfile_;

@@ -112,6 +112,8 @@ class ImageSource {
     void openPlain();
     void learnCameraLook();
     img::Image developRaw(const RawKey& key, PixelSize target, std::string* error);
+    /// The RAW noise reduction and lens profile of `key` on a development, at its own scale.
+    img::Image finishDevelopment(const img::Image& developed, const RawKey& key) const;
     img::Image decodePlain(int atLeastLongEdge, std::string* error);
     PixelSize proxySize() const;
     RawKey keyOf(const Adjustments& adjustments) const;

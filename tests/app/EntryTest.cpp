@@ -10,21 +10,15 @@
 #include <unistd.h>
 
 #include "app/Entry.h"
+#include "tests/app/RunCommand.h"
 
 namespace ql {
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
+using testing::Outcome;
 
-Outcome run(Arguments argv) {
-    std::ostringstream out, err;
-    Console console{out, err};
-    const int status = Entry::run(argv, console);
-    return {status, out.str(), err.str()};
+Outcome run(const Arguments& argv) {
+    return testing::runCommand(argv);
 }
 
 class TempFile {

@@ -9,6 +9,7 @@
 #include "app/Entry.h"
 #include "imaging/codec/ImageDecode.h"
 #include "imaging/codec/PngCodec.h"
+#include "tests/app/RunCommand.h"
 #include "tests/support/DngWriter.h"
 #include "tests/support/Fixtures.h"
 #include "tests/support/Mosaic.h"
@@ -18,17 +19,11 @@ namespace {
 
 using testing::TempDir;
 
-struct Outcome {
-    int status;
-    std::string out, err;
-};
+using testing::Outcome;
 
 Outcome run(std::vector<std::string> args) {
     args.insert(args.begin(), "quillarium");
-    std::ostringstream out, err;
-    Console console{out, err};
-    const int status = Entry::run(args, console);
-    return {status, out.str(), err.str()};
+    return testing::runCommand(args);
 }
 
 // A level horizon: bright textured sky over dark textured ground, a few posts standing up.

@@ -9,6 +9,7 @@
 #include "imaging/codec/FileBytes.h"
 #include "imaging/codec/ImageDecode.h"
 #include "imaging/codec/Metadata.h"
+#include "tests/app/RunCommand.h"
 #include "tests/support/DngWriter.h"
 #include "tests/support/Fixtures.h"
 
@@ -17,17 +18,11 @@ namespace {
 
 using testing::TempDir;
 
-struct Outcome {
-    int status;
-    std::string out, err;
-};
+using testing::Outcome;
 
 Outcome render(std::vector<std::string> args) {
     args.insert(args.begin(), {"quillarium", "--render"});
-    std::ostringstream out, err;
-    Console console{out, err};
-    const int status = Entry::run(args, console);
-    return {status, out.str(), err.str()};
+    return testing::runCommand(args);
 }
 
 // A 40 × 20 JPEG stored sideways: orientation 6 turns it into 20 × 40.
