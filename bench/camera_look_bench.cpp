@@ -16,6 +16,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "imaging/BoxShrink.h"
 #include "imaging/SrgbTransfer.h"
 #include "imaging/raw/RawDecoder.h"
 #include "imaging/raw/RawNoiseReduction.h"
@@ -67,7 +68,7 @@ void BM_PlainSample(benchmark::State& state) {
     const int w = int(std::lround(facts.width * s)), h = int(std::lround(facts.height * s));
     for (auto _ : state) {
         img::Image plain = raw->develop(facts.asShotMultipliers, true);
-        plain = CameraLook::sampled(plain, w, h);
+        plain = img::shrinkTo(plain, w, h, 2.0);
         plain = img::rawNoiseReduction(plain, {0.1f, 0.9f, float(s)});
         benchmark::DoNotOptimize(plain.data());
     }

@@ -1,4 +1,5 @@
 #include "GaussianBlur.h"
+#include "BoxShrink.h"
 #include "Simd.h"
 
 #include <algorithm>
@@ -187,47 +188,12 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
     });
 }
 
-// Box-average blocks of f × f prepared pixels (fewer at the right and bottom edges).
-Image shrinkPrepared(const Image& input, int f, const detail::BlurHooks& hooks,
-                     const Execution& exec) {
-    const int w = input.width(), h = input.height();
-    const int sw = (w + f - 1) / f, sh = (h + f - 1) / f;
-    Image small = Image::forOverwrite(sw, sh);
-    const bool ok = parallelFor(0, sh, exec, [&](int r0, int r1) {
-        std::vector<float> prepared(hooks.prepare ? size_t(w) * 4 : 0);
-        std::vector<v4> sums(static_cast<size_t>(sw));
-        for (int sy = r0; sy < r1; ++sy) {
-            std::fill(sums.begin(), sums.end(), splat(0));
-            const int y0 = sy * f, y1 = std::min(y0 + f, h);
-            for (int y = y0; y < y1; ++y) {
-                const float* row = input.row(y);
-                if (hooks.prepare) {
-                    hooks.prepare(row, prepared.data(), w);
-                    row = prepared.data();
-                }
-                for (int sx = 0, x = 0; sx < sw; ++sx) {
-                    v4 s = sums[size_t(sx)];
-                    for (const int xe = std::min(x + f, w); x < xe; ++x)
-                        s += load(row + 4 * size_t(x));
-                    sums[size_t(sx)] = s;
-                }
-            }
-            float* out = small.row(sy);
-            for (int sx = 0; sx < sw; ++sx) {
-                const int n = (std::min((sx + 1) * f, w) - sx * f) * (y1 - y0);
-                store(out + 4 * size_t(sx), sums[size_t(sx)] * splat(1.0f / float(n)));
-            }
-        }
-    });
-    return ok ? small : Image{};
-}
-
 // The blur of a shrunk copy, interpolated back row by row into `finish`. Box averaging and the
 // linear interpolation add variance (f² − 1)/12 and f²/6; the small blur makes up the rest. The
 // outermost half block is extrapolated, so a gradient running into a clamped border stays one.
 Image coarseBlurWith(const Image& input, double sigma, int f, EdgeMode edges,
                      const detail::BlurHooks& hooks, const Execution& exec) {
-    const Image small = shrinkPrepared(input, f, hooks, exec);
+    const Image small = boxShrink(input, f, f, exec, hooks.prepare);
     if (small.empty()) return Image{};
     const double extra = (double(f) * f - 1) / 12 + double(f) * f / 6;
     const double smallSigma = std::sqrt(std::max(sigma * sigma - extra, 0.09 * f * f)) / f;

@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 
+#include "imaging/BoxShrink.h"
 #include "imaging/Execution.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/Orientation.h"
@@ -249,42 +250,6 @@ img::Image decodeEmbedded(std::span<const uint8_t> jpeg, int orientation, int at
     }
 }
 
-img::Image sampled(const img::Image& image, int width, int height) {
-    if (image.empty() || width < 1 || height < 1) return {};
-    if (image.width() == width && image.height() == height) return image;
-    // Whole blocks are averaged while the result stays at least twice the target, so that the
-    // Lanczos pass, whose cost follows its input, only does the last step.
-    const int bx = std::max(1, image.width() / (2 * width));
-    const int by = std::max(1, image.height() / (2 * height));
-    if (bx == 1 && by == 1) return img::resize(image, width, height);
-    const int w = (image.width() + bx - 1) / bx, h = (image.height() + by - 1) / by;
-    img::Image blocks = img::Image::forOverwrite(w, h);
-    img::parallelFor(0, h, {}, [&](int y0, int y1) {
-        std::vector<float> sum(size_t(w) * 4);
-        for (int y = y0; y < y1; ++y) {
-            std::fill(sum.begin(), sum.end(), 0.0f);
-            const int top = y * by, bottom = std::min(top + by, image.height());
-            for (int sy = top; sy < bottom; ++sy) {
-                const float* src = image.row(sy);
-                for (int x = 0; x < w; ++x) {
-                    const int right = std::min((x + 1) * bx, image.width());
-                    float* acc = &sum[size_t(x) * 4];
-                    for (int sx = x * bx; sx < right; ++sx)
-                        for (int k = 0; k < 4; ++k)
-                            acc[k] += src[size_t(sx) * 4 + size_t(k)];
-                }
-            }
-            float* dst = blocks.row(y);
-            for (int x = 0; x < w; ++x) {
-                const int count = (std::min((x + 1) * bx, image.width()) - x * bx) * (bottom - top);
-                for (int k = 0; k < 4; ++k)
-                    dst[x * 4 + k] = sum[size_t(x) * 4 + size_t(k)] / float(count);
-            }
-        }
-    });
-    return img::resize(blocks, width, height);
-}
-
 img::Image embeddedImage(const std::string& path, int orientation, img::RawDecoder* decoder) {
     return decodeEmbedded(embeddedJPEG(path, decoder), orientation);
 }
@@ -441,7 +406,8 @@ Fit fit(const img::Image& plain, const img::Image& camera) {
     const double cameraAspect = double(camera.width()) / camera.height();
     if (!(std::abs(plainAspect - cameraAspect) < 0.02)) return result;
 
-    const img::Image plainSample = sampled(plain, w, h), cameraSample = sampled(camera, w, h);
+    const img::Image plainSample = img::shrinkTo(plain, w, h, 2.0),
+                     cameraSample = img::shrinkTo(camera, w, h, 2.0);
     if (plainSample.width() != w || plainSample.height() != h || cameraSample.width() != w ||
         cameraSample.height() != h)
         return result;

@@ -41,10 +41,6 @@ img::Image decodeEmbedded(std::span<const uint8_t> jpeg, int orientation,
 img::Image embeddedImage(const std::string& path, int orientation,
                          img::RawDecoder* decoder = nullptr);
 
-/// `image` at exactly `width` × `height`, antialiased: block averages for most of a large
-/// shrink, then Lanczos. The input itself when it has that size already.
-img::Image sampled(const img::Image& image, int width, int height);
-
 struct Fit {
     /// kCubeNodes³ RGBA nodes, red fastest, for img::colorCube with sRGBSpace; null when the fit
     /// failed.

@@ -7,6 +7,7 @@
 #include "CameraLook.h"
 #include "PathNames.h"
 #include "edit/AppLanguage.h"
+#include "imaging/BoxShrink.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/Orientation.h"
 #include "imaging/codec/DecodeError.h"
@@ -115,7 +116,7 @@ void ImageSource::learnCameraLook() {
         const bool half = sample.longEdge() * 2 <= fullSize_.longEdge();
         img::Image image = raw_->develop(raw_->facts().asShotMultipliers, half);
         ++decodes_;
-        image = CameraLook::sampled(image, sample.width, sample.height);
+        image = img::shrinkTo(image, sample.width, sample.height, 2.0);
         return image.empty() ? image : finishDevelopment(image, key);
     };
     // The JPEG decodes while the sensor data is unpacked and developed; both take about as long.

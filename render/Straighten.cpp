@@ -5,6 +5,7 @@
 #include <cmath>
 #include <vector>
 
+#include "imaging/BoxShrink.h"
 #include "imaging/GaussianBlur.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/SrgbTransfer.h"
@@ -49,35 +50,6 @@ struct Edgel {
 };
 
 /// The mean of each k × k block (partial blocks at the right and bottom average what they hold).
-img::Image boxShrink(const img::Image& input, int k, const img::Execution& exec) {
-    const int w = (input.width() + k - 1) / k, h = (input.height() + k - 1) / k;
-    img::Image out = img::Image::forOverwrite(w, h);
-    const bool done = img::parallelFor(0, h, exec, [&](int y0, int y1) {
-        std::vector<float> sum(size_t(input.width()) * 4);
-        for (int y = y0; y < y1; ++y) {
-            const int top = y * k, bottom = std::min(top + k, input.height());
-            std::fill(sum.begin(), sum.end(), 0.0f);
-            for (int r = top; r < bottom; ++r) {
-                const float* in = input.row(r);
-                for (size_t i = 0; i < sum.size(); ++i)
-                    sum[i] += in[i];
-            }
-            float* o = out.row(y);
-            for (int x = 0; x < w; ++x, o += 4) {
-                const int left = x * k, right = std::min(left + k, input.width());
-                const float scale = 1.0f / float((right - left) * (bottom - top));
-                float v[4] = {0, 0, 0, 0};
-                for (const float* p = &sum[size_t(left) * 4]; p < &sum[size_t(right) * 4]; p += 4)
-                    for (int c = 0; c < 4; ++c)
-                        v[c] += p[c];
-                for (int c = 0; c < 4; ++c)
-                    o[c] = v[c] * scale;
-            }
-        }
-    });
-    return done ? out : img::Image{};
-}
-
 /// The picture shrunk to the working size and softened, so that the gradients see edges and not
 /// noise or single-pixel texture. Empty when too small or cancelled.
 img::Image working(const img::Image& image, const img::Execution& exec) {
@@ -86,14 +58,8 @@ img::Image working(const img::Image& image, const img::Execution& exec) {
     const int w = std::max(1, int(std::lround(image.width() * s)));
     const int h = std::max(1, int(std::lround(image.height() * s)));
     if (w < kMinSide || h < kMinSide) return {};
-    // A Lanczos kernel stretched over a large shrink costs in proportion to the shrink. Block
-    // means first take the bulk of it while leaving the Lanczos at least a 1.5× shrink, so what
-    // block averaging lets through above its own grid's limit lands near the working grid's limit,
-    // where the Lanczos and the blur below remove it.
-    const int k = int(image.longEdge() / (kPreShrinkMargin * kWorkingLongEdge));
-    const img::Image source = k >= 2 ? boxShrink(image, k, exec) : image;
-    if (source.empty()) return {};
-    const img::Image small = img::resize(source, w, h, exec);
+    // A Lanczos kernel stretched over a large shrink costs in proportion to the shrink.
+    const img::Image small = img::shrinkTo(image, w, h, kPreShrinkMargin, exec);
     if (small.empty()) return {};
     return img::gaussianBlur(small, {kBlurSigma, img::EdgeMode::clamp}, exec);
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ImageTesting.h"
+#include "imaging/BoxShrink.h"
 #include "imaging/CropRegion.h"
 #include "imaging/Displace.h"
 #include "imaging/LanczosScale.h"
@@ -17,6 +18,7 @@ using testing::identical;
 using testing::make;
 using testing::maxDifference;
 using testing::noise;
+using testing::sameForAnyThreads;
 
 /// A slow Lanczos-3 reference, straight from the definition, for one output pixel.
 Pixel referenceResample(const Image& in, int outW, int outH, int ox, int oy) {
@@ -40,6 +42,47 @@ Pixel referenceResample(const Image& in, int outW, int outH, int ox, int oy) {
         }
     }
     return {float(acc[0] / wsum), float(acc[1] / wsum), float(acc[2] / wsum), float(acc[3] / wsum)};
+}
+
+TEST(BoxShrink, BlockMeansPartialEdgesAndPreparedRows) {
+    const Image a = noise(7, 5, 11);
+    const Image s = boxShrink(a, 3, 2);
+    ASSERT_EQ(s.width(), 3);
+    ASSERT_EQ(s.height(), 3);
+    // The last column holds one pixel of each row, the last row one row of pixels.
+    const auto mean = [&](int x0, int x1, int y0, int y1) {
+        double v = 0;
+        for (int y = y0; y < y1; ++y)
+            for (int x = x0; x < x1; ++x)
+                v += a.at(x, y).g;
+        return v / ((x1 - x0) * (y1 - y0));
+    };
+    EXPECT_NEAR(s.at(0, 0).g, mean(0, 3, 0, 2), 1e-6);
+    EXPECT_NEAR(s.at(2, 1).g, mean(6, 7, 2, 4), 1e-6);
+    EXPECT_NEAR(s.at(1, 2).g, mean(3, 6, 4, 5), 1e-6);
+    const Image doubled = boxShrink(a, 3, 2, {}, [](const float* in, float* out, int n) {
+        for (int i = 0; i < 4 * n; ++i)
+            out[i] = 2 * in[i];
+    });
+    EXPECT_NEAR(doubled.at(2, 1).g, 2 * s.at(2, 1).g, 1e-6);
+    EXPECT_TRUE(sameForAnyThreads([&](const Execution& x) { return boxShrink(a, 2, 2, x); }));
+}
+
+TEST(BoxShrink, LargeShrinksLandExactlyAndWithoutAliasing) {
+    // A one-pixel checkerboard is finer than any smaller grid: shrunk, it must turn to its mean.
+    const Image fine = make(1000, 700, [](int x, int y) {
+        const float v = float((x + y) % 2);
+        return Pixel{v, v, v, 1};
+    });
+    const Image small = shrinkTo(fine, 97, 61, 1.5);
+    ASSERT_EQ(small.width(), 97);
+    ASSERT_EQ(small.height(), 61);
+    float worst = 0;
+    for (int y = 0; y < 61; ++y)
+        for (int x = 0; x < 97; ++x)
+            worst = std::max(worst, std::abs(small.at(x, y).r - 0.5f));
+    EXPECT_LT(worst, 0.02f);
+    EXPECT_TRUE(shrinkTo(fine, 1000, 700, 1.5).sharesPixelsWith(fine));
 }
 
 TEST(Lanczos, SizesNeutralAndBadScales) {
