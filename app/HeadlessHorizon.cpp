@@ -5,14 +5,8 @@
 #include <cstdio>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "edit/Adjustments.h"
-#include "imaging/Orientation.h"
-#include "imaging/codec/DecodeError.h"
-#include "imaging/codec/FileBytes.h"
-#include "imaging/codec/ImageDecode.h"
-#include "imaging/codec/Metadata.h"
 #include "render/Geometry.h"
 #include "render/ImageSource.h"
 #include "render/Straighten.h"
@@ -37,26 +31,16 @@ std::string formatted(double value) {
     return text;
 }
 
-/// The picture upright, at its full size; empty with the reason in `error` when it can't be
-/// opened.
+/// The picture upright, at its full size, as an export would read it; empty with the reason in
+/// `error` when it can't be opened.
 img::Image open(const std::string& path, std::string& error) {
     try {
-        if (hasRawExtension(path)) {
-            ImageSource source(path, 2400);
-            img::Image image = source.fullBase(Adjustments{}, &error);
-            if (image.empty() && error.empty()) error = "\"" + path + "\" decodes as nothing";
-            return image;
-        }
-        const std::vector<uint8_t> bytes = img::readFileBytes(path);
-        const img::ImageHeader header = img::readImageHeader(bytes);
-        const img::Image image = img::decodeImage(bytes);
-        if (header.upright) return image;
-        return img::orient(image,
-                           img::Metadata::fromBytes(bytes.data(), bytes.size()).orientation());
+        ImageSource source(path, 2400);
+        img::Image image = source.fullBase(Adjustments{}, &error);
+        if (image.empty() && error.empty()) error = "\"" + path + "\" decodes as nothing";
+        return image;
     } catch (const ImageSourceError& e) {
         error = e.what();
-    } catch (const img::DecodeError& e) {
-        error = "cannot open \"" + path + "\": " + e.what();
     } catch (const std::bad_alloc&) {
         error = "not enough memory for \"" + path + "\"";
     }
