@@ -1,49 +1,16 @@
 #include "ImageWriter.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <stdexcept>
 
 #include "PathNames.h"
+#include "imaging/codec/AtomicFile.h"
 #include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/PngCodec.h"
 #include "imaging/codec/SrgbProfile.h"
 #include "imaging/codec/TiffCodec.h"
 
 namespace ql {
-
-namespace {
-
-// A file name beside the target that no one else uses; removed again unless renamed into place.
-class TemporaryBeside {
-  public:
-    explicit TemporaryBeside(const std::string& target) : path_(target + ".XXXXXX") {
-        const int fd = ::mkstemp(path_.data());
-        if (fd < 0) throw std::runtime_error(std::strerror(errno));
-        ::close(fd);
-    }
-    ~TemporaryBeside() {
-        if (!path_.empty()) ::unlink(path_.c_str());
-    }
-    TemporaryBeside(const TemporaryBeside&) = delete;
-    TemporaryBeside& operator=(const TemporaryBeside&) = delete;
-
-    const std::string& path() const { return path_; }
-    void renameTo(const std::string& target) {
-        if (std::rename(path_.c_str(), target.c_str()) != 0)
-            throw std::runtime_error(std::strerror(errno));
-        path_.clear();
-    }
-
-  private:
-    std::string path_;
-};
-
-}  // namespace
 
 ExportFormat exportFormatForPath(const std::string& path) {
     const std::string ext = lowerExtension(path);
@@ -55,27 +22,27 @@ ExportFormat exportFormatForPath(const std::string& path) {
 void writeImage(const img::Image& image, const std::string& path, ExportFormat format, int quality,
                 const img::Metadata& metadata, const img::Execution& exec) {
     if (image.empty()) throw std::runtime_error("there is no picture to write");
-    TemporaryBeside temporary(path);
+    img::AtomicFile temporary(path, img::AtomicFile::Mode::byPath);
     switch (format) {
         case ExportFormat::jpeg: {
             img::JpegWriteOptions options;
             options.quality = std::clamp(quality, 1, 100);
             options.icc = img::srgbIccProfile();
-            img::writeJpeg(image, temporary.path(), options, exec);
+            img::writeJpeg(image, temporary.temporaryPath(), options, exec);
             break;
         }
         case ExportFormat::png:
-            img::writePng8(image, temporary.path(), exec);
+            img::writePng8(image, temporary.temporaryPath(), exec);
             break;
         case ExportFormat::tiff16:
-            img::writeTiff16(image, temporary.path(), exec);
+            img::writeTiff16(image, temporary.temporaryPath(), exec);
             break;
     }
     std::string error;
     if (!metadata.empty() &&
-        !metadata.writeInto(temporary.path(), image.width(), image.height(), &error))
+        !metadata.writeInto(temporary.temporaryPath(), image.width(), image.height(), &error))
         throw std::runtime_error(error);
-    temporary.renameTo(path);
+    temporary.commit();
 }
 
 }  // namespace ql

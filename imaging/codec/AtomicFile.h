@@ -10,7 +10,11 @@ namespace ql::img {
 /// commit (an error, an exception) it removes the temporary file.
 class AtomicFile {
   public:
-    explicit AtomicFile(std::string path);  // throws std::runtime_error when it can't be created
+    /// `stream`: written through stream(). `byPath`: the temporary file is created and closed,
+    /// for writers that open a path of their own (temporaryPath()).
+    enum class Mode { stream, byPath };
+    /// Throws std::runtime_error when the temporary file can't be created.
+    explicit AtomicFile(std::string path, Mode mode = Mode::stream);
     ~AtomicFile();
     AtomicFile(const AtomicFile&) = delete;
     AtomicFile& operator=(const AtomicFile&) = delete;
@@ -23,6 +27,7 @@ class AtomicFile {
   private:
     std::string path_, temporary_;
     FILE* stream_ = nullptr;
+    bool pending_ = true;  // the temporary file is ours to remove
 };
 
 }  // namespace ql::img
