@@ -11,7 +11,7 @@
 #include "render/Exporter.h"
 #include "render/ImageSource.h"
 #include "render/ImageWriter.h"
-#include "render/PathNames.h"
+#include "edit/PathNames.h"
 #include "render/Pipeline.h"
 
 namespace ql::HeadlessRender {

@@ -11,6 +11,7 @@
 
 #include "AppPaths.h"
 #include "Blanks.h"
+#include "PathNames.h"
 
 namespace ql {
 
@@ -20,14 +21,6 @@ void replaceAll(std::string& text, std::string_view token, std::string_view by) 
     for (size_t at = text.find(token); at != std::string::npos;
          at = text.find(token, at + by.size()))
         text.replace(at, token.size(), by);
-}
-
-std::string baseName(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    const size_t dot = name.find_last_of('.');
-    if (dot != std::string::npos && dot > 0) name.resize(dot);
-    return name;
 }
 
 ExportRecipe recipe(const char* name, bool enabled, double quality, bool limitSize, double longEdge,

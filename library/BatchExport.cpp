@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "edit/Blanks.h"
+#include "edit/PathNames.h"
 #include "render/Exporter.h"
 #include "render/ImageSource.h"
-#include "render/PathNames.h"
 #include "render/Pipeline.h"
 
 namespace ql {
@@ -16,10 +16,6 @@ namespace fs = std::filesystem;
 
 // Batch exports read the full picture; the proxy is never shown, so it is kept small.
 constexpr int kBatchPreviewLongEdge = 1200;
-
-std::string stemOf(const std::string& path) {
-    return fs::path(path).stem().string();
-}
 
 struct Target {
     ExportOptions options;
@@ -107,7 +103,7 @@ void exportWithRecipes(const std::vector<std::string>& urls,
 void batchExport(const std::vector<std::string>& urls, const std::string& destination,
                  const ExportOptions& options, const EditSource& edits, BatchJob& job) {
     runBatch(urls, edits, job, [&](const std::string& url, size_t, const ImageSource&) {
-        return std::vector<Target>{{options, std::nullopt, {}, destination, stemOf(url)}};
+        return std::vector<Target>{{options, std::nullopt, {}, destination, baseName(url)}};
     });
 }
 

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "CameraLook.h"
-#include "PathNames.h"
+#include "edit/PathNames.h"
 #include "edit/AppLanguage.h"
 #include "imaging/BoxShrink.h"
 #include "imaging/LanczosScale.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "PathNames.h"
+#include "edit/PathNames.h"
 #include "imaging/codec/AtomicFile.h"
 #include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/PngCodec.h"
