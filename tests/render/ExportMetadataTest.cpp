@@ -7,12 +7,13 @@
 #include "imaging/codec/JpegCodec.h"
 #include "render/ImageWriter.h"
 #include "tests/support/Fixtures.h"
+#include "tests/support/MetadataTags.h"
 
 namespace ql {
 namespace {
 
 using img::Metadata;
-using Tags = std::vector<std::pair<std::string, std::string>>;
+using testing::Tags;
 
 const char* const kUtf8 = "\x1b%G";
 
@@ -58,18 +59,7 @@ class ExportMetadataTest : public ::testing::Test {
     Metadata source(const Tags& tags) {
         const std::string path = dir_.file("source.jpg");
         img::writeJpeg(picture(64, 48), path, {});
-        Metadata::read(path);  // sets Exiv2 up before it is used directly
-        auto image = Exiv2::ImageFactory::open(path);
-        image->readMetadata();
-        for (const auto& [key, value] : tags) {
-            if (key.starts_with("Exif."))
-                image->exifData()[key] = value;
-            else if (key.starts_with("Iptc."))
-                image->iptcData()[key] = value;
-            else
-                image->xmpData()[key] = value;
-        }
-        image->writeMetadata();
+        testing::setTags(path, tags);
         return Metadata::read(path);
     }
     // `metadata` written with a 40x30 picture in each format, as read back.

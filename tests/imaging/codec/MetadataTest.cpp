@@ -13,6 +13,7 @@
 
 #include "tests/support/DngWriter.h"
 #include "tests/support/Fixtures.h"
+#include "tests/support/MetadataTags.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 using ql::img::Metadata;
 using ql::img::MetadataEditor;
 using Bytes = std::vector<uint8_t>;
-using Tags = std::vector<std::pair<std::string, std::string>>;
+using ql::testing::Tags;
 
 #ifdef QL_SAMPLES_DIR
 const fs::path kSamples = QL_SAMPLES_DIR;
@@ -73,18 +74,7 @@ std::vector<std::pair<std::string, Bytes>> pngChunks(const Bytes& png) {
 // Sets Exiv2 keys from text, each in its tag's standard type ("28/10" for a
 // rational).
 void tag(const fs::path& file, const Tags& tags) {
-    Metadata::read(file);  // sets Exiv2 up (silenced, XMP locked) before it is used directly
-    auto image = Exiv2::ImageFactory::open(file.string());
-    image->readMetadata();
-    for (const auto& [key, value] : tags) {
-        if (key.starts_with("Exif."))
-            image->exifData()[key] = value;
-        else if (key.starts_with("Iptc."))
-            image->iptcData()[key] = value;
-        else
-            image->xmpData()[key] = value;
-    }
-    image->writeMetadata();
+    ql::testing::setTags(file.string(), tags);
 }
 
 // The bytes of a TIFF's strips, located through its own tags.
