@@ -7,8 +7,8 @@
 #include "ExportMetadata.h"
 #include "ImageWriter.h"
 #include "Watermark.h"
-#include "imaging/Composite.h"
 #include "imaging/LanczosScale.h"
+#include "imaging/PixelMap.h"
 
 namespace ql::Exporter {
 
@@ -20,6 +20,15 @@ bool turnsWhite(const Adjustments& adjustments, ExportFormat format) {
     const auto& backdrop = adjustments.backdrop;
     return format == ExportFormat::jpeg && backdrop && backdrop->on &&
            backdrop->kind == Backdrop::Kind::transparent;
+}
+
+// Laid over opaque white, in one pass with no white picture of its own (premultiplied: the
+// white shows through by what alpha leaves).
+img::Image overWhite(const img::Image& picture, const img::Execution& exec) {
+    return img::mapPixels(picture, exec, [](const float* in, float* out) {
+        const float white = 1 - std::clamp(in[3], 0.0f, 1.0f);
+        out[0] = in[0] + white, out[1] = in[1] + white, out[2] = in[2] + white, out[3] = 1;
+    });
 }
 
 img::Image limited(const img::Image& picture, const ExportOptions& options,
@@ -72,9 +81,7 @@ img::Image render(ImageSource& source, const Adjustments& adjustments, const Pip
     }
     if (picture.empty() && !exec.cancelled())
         throw ExportError(ExportError::Code::fileWriteUnknown, "the edit gave no picture");
-    if (turnsWhite(adjustments, options.format))
-        picture = img::sourceOver(
-            picture, img::Image::filled(picture.width(), picture.height(), {1, 1, 1, 1}), exec);
+    if (turnsWhite(adjustments, options.format)) picture = overWhite(picture, exec);
     picture = limited(picture, options, exec);
     if (watermark) picture = stamp(picture, *watermark);
     if (exec.cancelled()) return {};
