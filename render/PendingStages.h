@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "FaceMasks.h"
+#include "people/FaceMasks.h"
 #include "edit/Adjustments.h"
 #include "imaging/CropRegion.h"
 #include "imaging/Execution.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "FaceMasks.h"
+#include "people/FaceMasks.h"
 #include "edit/Adjustments.h"
 #include "edit/LUTKey.h"
 #include "imaging/ColorCube.h"

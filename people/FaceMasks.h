@@ -5,11 +5,27 @@
 #include <functional>
 #include <memory>
 
+#include <optional>
+#include <utility>
+#include <vector>
+
 #include "imaging/Image.h"
+#include "vision/BodyPose.h"
+#include "vision/FaceShape.h"
 
 namespace ql {
 
-struct PortraitInfo;  // what the analysis measured about the faces; used by the portrait stages
+/// What the analysis measured about the people, for the portrait stages.
+struct PortraitInfo {
+    std::vector<vision::FaceShape> faces;
+    std::vector<vision::BodyPose> bodies;
+    /// The eye tools' patch and mask, when they made one.
+    std::optional<std::pair<img::Image, img::Image>> eyes;
+    /// One mask per clothes recolour, absent where none was found.
+    std::vector<std::optional<img::Image>> clothes;
+    /// What shape work must leave still.
+    std::optional<img::Image> keep;
+};
 
 /// Soft masks, white where a part is: `skin` always, the finer parts when they were asked for.
 /// An empty image means the part is absent.

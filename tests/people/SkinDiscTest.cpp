@@ -1,0 +1,2 @@
+// Placeholder replaced by the mask drawing tests.
+#include <gtest/gtest.h>

@@ -1,0 +1,28 @@
+// The mask of the people in a picture: the person segmentation, the faces over it, and the
+// foreground objects that overlap them.
+#pragma once
+
+#include <optional>
+
+#include "imaging/Execution.h"
+#include "imaging/Image.h"
+
+namespace ql::vision {
+
+namespace PersonMask {
+
+/// White where people are, at the picture's size scaled to a long edge of at most 2048; nothing
+/// when there are no people or the segmentation model is unavailable.
+std::optional<img::Image> compute(const img::Image& image, const img::Execution& exec = {});
+
+/// `mask` scaled to width × height; with `feather`, eroded a little and then blurred, so that
+/// the edge is soft without a halo around the person.
+img::Image fitted(const img::Image& mask, int width, int height, bool feather,
+                  const img::Execution& exec = {});
+
+/// The mean of the mask's first channel, 0…1.
+double coverage(const img::Image& mask);
+
+}  // namespace PersonMask
+
+}  // namespace ql::vision
