@@ -138,6 +138,15 @@ struct Portrait {
     double legs = 0;
 
     bool isNeutral() const { return *this == Portrait{}; }
+    /// Every retouch works from the faces found in the photo.
+    bool needsFaces() const { return !isNeutral(); }
+    /// Work beyond the face (body skin, hair, clothes, body shape) also needs the person mask.
+    bool needsPeople() const {
+        return bodySkin || blackHair > 0 || hairColor.amount > 0 || greyCover > 0 ||
+               hairShine > 0 || !hairBrush.empty() || !clothes.empty() || belly != 0 ||
+               slim != 0 || waist != 0 || shoulders != 0 || arms != 0 || legs != 0 ||
+               protectBackground > 0;
+    }
 
     bool operator==(const Portrait&) const = default;
     static auto fields() {

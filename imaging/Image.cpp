@@ -82,7 +82,29 @@ std::shared_ptr<float[]> allocatePixels(size_t floats) {
                                     [rounded](float* q) { pool().give(q, rounded); });
 }
 
+// Fresh anonymous pages read as zero and are backed only once written; they go back to the system
+// when freed, never to the pool, which would hand them out again with old pixels.
+std::shared_ptr<float[]> allocateZeroedPixels(size_t floats) {
+    const size_t bytes = floats * sizeof(float);
+    if (bytes < 2 * kHugePage) return std::make_shared<float[]>(floats);
+    const size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    void* p = ::mmap(nullptr, rounded, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) throw std::bad_alloc();
+    ::madvise(p, rounded, MADV_HUGEPAGE);
+    return std::shared_ptr<float[]>(static_cast<float*>(p),
+                                    [rounded](float* q) { ::munmap(q, rounded); });
+}
+
 }  // namespace
+
+Image Image::zeroed(int width, int height) {
+    Image image;
+    if (width <= 0 || height <= 0) return image;
+    image.width_ = width;
+    image.height_ = height;
+    image.data_ = allocateZeroedPixels(image.pixelCount() * 4);
+    return image;
+}
 
 Image::Image(int width, int height, Unset) {
     if (width <= 0 || height <= 0) return;

@@ -25,7 +25,9 @@ enum class Part {
     sclera
 };
 
-/// One part's mask for all faces, width × height, white where the part is.
+/// One part's mask for all faces, width × height, white where the part is: black where no face has
+/// the part, empty for a size below 1 or a cancelled execution. Each part is softened by a Gaussian
+/// of its own width, a fixed fraction of the long edge.
 img::Image mask(Part part, const std::vector<vision::FaceShape>& faces, int width, int height,
                 const img::Execution& exec = {});
 
@@ -33,7 +35,8 @@ img::Image mask(Part part, const std::vector<vision::FaceShape>& faces, int widt
 img::Image colourMask(const std::vector<vision::FaceShape>& faces, int width, int height,
                       const img::Execution& exec = {});
 
-/// Dodge (red) and burn (green) map for contouring.
+/// Dodge (red) and burn (green) map for contouring: soft highlights on the forehead, the nose ridge
+/// and the chin, shadows under the cheekbones, turned with each face.
 img::Image sculptMap(const std::vector<vision::FaceShape>& faces, int width, int height,
                      const img::Execution& exec = {});
 
@@ -41,7 +44,9 @@ img::Image sculptMap(const std::vector<vision::FaceShape>& faces, int width, int
 img::Image skinDisc(const std::vector<vision::Rect>& boxes, int width, int height,
                     const img::Execution& exec = {});
 
-/// `skin` extended by every finer mask of the faces.
+/// `skin` extended by every finer mask of the faces, the hair zones (`hairRegion`, as colourMask)
+/// and the contour map (`sculpt`); `person` and `info` stay as they are. Without faces there is
+/// nothing finer to draw and `skin` comes back as it is.
 FaceMasks masks(const std::vector<vision::FaceShape>& faces, int width, int height,
                 const FaceMasks& skin, const img::Execution& exec = {});
 

@@ -50,11 +50,13 @@ img::Image limited(const img::Image& picture, const ExportOptions& options,
 img::Image render(ImageSource& source, const Adjustments& adjustments, const Pipeline& pipeline,
                   const ExportOptions& options, const std::optional<Watermark>& watermark,
                   const img::Execution& exec) {
-    // The people and subject masks come from the vision models; until those are loaded here the
-    // edits that need them render without.
+    // Only the masks the edit uses are made; the photo's people are found once and drawn at
+    // the base's size.
     const auto develop = [&](const img::Image& base) {
-        return pipeline.apply(adjustments, base, source.isRAW(), source.cameraLUT(), true, {},
-                              nullptr, {}, exec);
+        const img::Image person = source.maskIfNeeded(adjustments, base);
+        const std::optional<FaceMasks> faces = source.facesIfNeeded(adjustments, base);
+        return pipeline.apply(adjustments, base, source.isRAW(), source.cameraLUT(), true,
+                              person, faces ? &*faces : nullptr, {}, exec);
     };
     std::string error;
     img::Image picture;

@@ -60,6 +60,7 @@ ImageSource::ImageSource(std::string path, int previewLongEdge)
 
 ImageSource::~ImageSource() = default;
 
+
 void ImageSource::openRaw() {
     try {
         raw_ = img::RawDecoder::open(url_);

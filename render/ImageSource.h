@@ -23,6 +23,7 @@
 #include "imaging/codec/Metadata.h"
 #include "imaging/raw/LensCorrection.h"
 #include "imaging/raw/WhiteBalance.h"
+#include "people/FaceMasks.h"
 
 namespace ql {
 
@@ -103,6 +104,21 @@ class ImageSource {
         const std::function<img::Image(const img::Image&)>& prepare,
         const std::function<std::array<double, 3>(const img::Image&)>& measure);
 
+    /// The people in the photo as a soft mask the size of `matching` (a base of this photo at any
+    /// scale), fitted and feathered. Found once per open photo, and so is their absence.
+    std::optional<img::Image> personMask(const img::Image& matching);
+    /// The face masks at the size of `matching`: the skin discs, and with `parts` every finer mask
+    /// and what was measured. `only` (fractions of the frame) keeps the faces near those points.
+    /// Faces are found once per open photo; nothing when there are none.
+    std::optional<FaceMasks> faceMask(const img::Image& matching, bool parts,
+                                      const std::vector<NPoint>& only = {});
+    /// The pipeline's entries: the person mask, and the face masks, only where the edit uses them.
+    img::Image maskIfNeeded(const Adjustments& adjustments, const img::Image& matching);
+    std::optional<FaceMasks> facesIfNeeded(const Adjustments& adjustments,
+                                           const img::Image& matching);
+    /// How many times the photo was searched for faces or people: what the caches save.
+    int peopleAnalyses() const { return peopleAnalyses_.load(); }
+
     /// How many times pixels were decoded from the file (every RAW development, every non-RAW
     /// decode): what the caches save is visible here.
     int decodeCount() const { return decodes_.load(); }
@@ -142,6 +158,12 @@ class ImageSource {
     img::Image nonRAWPreview_;
     std::list<std::pair<RawKey, img::Image>> fullCache_;
     std::atomic<int> decodes_{0};
+
+    struct PeopleCache;
+    PeopleCache& people();
+    std::mutex peopleMutex_;  // guards people_; held while people are analysed
+    std::shared_ptr<PeopleCache> people_;  // shared: the type is complete only where it is used
+    std::atomic<int> peopleAnalyses_{0};
 };
 
 /// Lower-case extensions of the RAW formats; a file with one of them is offered to the RAW

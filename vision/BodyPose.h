@@ -14,7 +14,10 @@ namespace ql::vision {
 struct BodyPose {
     std::optional<Point> neck, leftShoulder, rightShoulder, leftHip, rightHip, root, leftKnee,
         rightKnee, leftAnkle, rightAnkle, leftElbow, rightElbow, leftWrist, rightWrist;
-    bool guessed = false;  // some joints were inferred rather than seen
+    /// Some joints were inferred rather than seen: at least one comes from a keypoint the model
+    /// was unsure of (confidence 0.25 to 0.4), and the neck and root inherit the doubt of the
+    /// shoulders and hips they are midpoints of.
+    bool guessed = false;
     float confidence = 0;  // the person's score, 0…1
 
     /// The people in the bitmap, most certain first; none when the model is unavailable.

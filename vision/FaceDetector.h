@@ -26,6 +26,10 @@ namespace FaceDetector {
 /// edge is at most 1600. No faces when the detector's model is unavailable.
 std::vector<DetectedFace> find(const Bitmap& bitmap, float minConfidence = 0.5f);
 
+/// As find, with one look at the whole frame: no tiles and no HOG detector, so only faces of
+/// about a twentieth of the long edge and more, in a fraction of the time.
+std::vector<DetectedFace> findLarge(const Bitmap& bitmap, float minConfidence = 0.5f);
+
 /// The boxes of the sure faces (confidence 0.6 and above), normalised, origin top left.
 std::vector<Rect> detect(const img::Image& image);
 

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
+#include "Bitmap.h"
+#include "FaceShape.h"
 #include "imaging/Execution.h"
 #include "imaging/Image.h"
 
@@ -12,8 +15,14 @@ namespace ql::vision {
 namespace PersonMask {
 
 /// White where people are, at the picture's size scaled to a long edge of at most 2048; nothing
-/// when there are no people or the segmentation model is unavailable.
+/// when no people are seen. Without the segmentation model only the faces are masked.
 std::optional<img::Image> compute(const img::Image& image, const img::Execution& exec = {});
+
+/// As compute, on the picture's bitmap (a long edge of at most 2048 keeps it quick; the mask
+/// has the bitmap's size). `faces`, when given, are the faces already found (boxes normalised to
+/// the bitmap, origin top left, as FaceDetector gives them) instead of looking for them again.
+std::optional<img::Image> compute(const Bitmap& bitmap, const std::vector<Rect>* faces,
+                                  const img::Execution& exec = {});
 
 /// `mask` scaled to width × height; with `feather`, eroded a little and then blurred, so that
 /// the edge is soft without a halo around the person.

@@ -1,2 +1,0 @@
-// Placeholder replaced by the mask drawing tests.
-#include <gtest/gtest.h>
