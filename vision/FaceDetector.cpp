@@ -328,6 +328,30 @@ std::vector<Candidate> frameFaces(const cv::Mat& image, float minConfidence) {
     return mergeOverlaps(std::move(found));
 }
 
+// An underexposed frame is lifted until its brightest few percent are near white: both
+// detectors were trained on well exposed faces, and a dark one loses their confidence. `image`
+// becomes a copy when it changes.
+void brighten(cv::Mat& image) {
+    cv::Mat grey;
+    cv::cvtColor(image, grey, cv::COLOR_RGB2GRAY);
+    int histogram[256] = {};
+    for (int y = 0; y < grey.rows; ++y) {
+        const uint8_t* g = grey.ptr<uint8_t>(y);
+        for (int x = 0; x < grey.cols; ++x)
+            ++histogram[g[x]];
+    }
+    const long total = long(grey.total());
+    long above = 0;
+    int bright = 255;
+    while (bright > 0 && (above += histogram[bright]) < total / 50)
+        --bright;
+    const double gain = std::min(4.0, 230.0 / std::max(1, bright));
+    if (gain < 1.15) return;
+    cv::Mat lifted;
+    image.convertTo(lifted, CV_8UC3, gain);
+    image = lifted;
+}
+
 std::vector<DetectedFace> facesOf(const Bitmap& bitmap, float minConfidence, bool thorough) {
     if (bitmap.empty() || bitmap.rgb.size() < size_t(bitmap.width) * size_t(bitmap.height) * 3)
         return {};
@@ -343,6 +367,7 @@ std::vector<DetectedFace> facesOf(const Bitmap& bitmap, float minConfidence, boo
                                 std::max(1, int(std::lround(bitmap.height * s)))),
                        0, 0, cv::INTER_AREA);
         }
+        brighten(image);
         const float sx = 1.0f / image.cols, sy = 1.0f / image.rows;
         const std::vector<Candidate> candidates =
             thorough ? findFaces(image, minConfidence) : frameFaces(image, minConfidence);
