@@ -168,6 +168,7 @@ struct Totals {
     double iouSum = 0;
     int iouCount = 0;
     int pupils = 0, pupilsWithin = 0;
+    std::map<std::string, int> missed;  // faces wider than 40 px not found, by photo
     double pupilErrorSum = 0;
 };
 
@@ -234,6 +235,7 @@ void judge(const Photo& photo, const Variant& v, Totals& total) {
         if (label.width / (v.name == "rotated 8°" ? 1.13 : 1.0) > 40) {
             ++total.labelled;
             total.found += hit;
+            if (!hit) ++total.missed[photo.name];
         }
     }
     if (photo.allFacesLabelled) {
@@ -331,12 +333,15 @@ int main() {
         Totals t;
         for (const Photo& photo : photos)
             judge(photo, v, t);
-        std::printf("%-18s %7.1f%% %8.2f %9.3f %8.1f%% %9.3f\n", v.name.c_str(),
+        std::string missed;
+        for (const auto& [name, n] : t.missed)
+            missed += " " + name + " " + std::to_string(n);
+        std::printf("%-18s %7.1f%% %8.2f %9.3f %8.1f%% %9.3f  missed:%s\n", v.name.c_str(),
                     100.0 * t.found / std::max(1, t.labelled),
                     10.0 * t.falsePositives / std::max(1, t.judgedFrames),
                     t.iouCount ? t.iouSum / t.iouCount : 0.0,
                     100.0 * t.pupilsWithin / std::max(1, t.pupils),
-                    t.pupils ? t.pupilErrorSum / t.pupils : 0.0);
+                    t.pupils ? t.pupilErrorSum / t.pupils : 0.0, missed.c_str());
         all.labelled += t.labelled, all.found += t.found, all.frames += t.frames;
         all.judgedFrames += t.judgedFrames;
         all.falsePositives += t.falsePositives, all.iouSum += t.iouSum;

@@ -89,7 +89,14 @@ std::optional<std::string> modelPath(ModelFile model) {
 }
 
 void reportBrokenModel(ModelFile model, const std::string& why) {
-    logOnce(model, std::string("the model ") + fileName(model) + " can't be loaded (" + why + ")");
+    // Runtimes end their messages with line breaks; the log keeps one line per model.
+    std::string reason;
+    for (char c : why)
+        reason += c == '\n' || c == '\r' ? ' ' : c;
+    while (!reason.empty() && reason.back() == ' ')
+        reason.pop_back();
+    logOnce(model,
+            std::string("the model ") + fileName(model) + " can't be loaded (" + reason + ")");
 }
 
 }  // namespace ql::vision
