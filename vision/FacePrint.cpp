@@ -11,6 +11,7 @@
 #include <opencv2/core.hpp>
 
 #include "LoadedModel.h"
+#include "PrintDistance.h"
 
 namespace ql::vision {
 
@@ -126,12 +127,7 @@ std::optional<FacePrint> FacePrint::of(const Bitmap& bitmap, const Rect& box) {
 }
 
 float FacePrint::distance(const FacePrint& a, const FacePrint& b) {
-    double sum = 0;
-    for (size_t i = 0; i < a.values.size(); ++i) {
-        const double d = double(a.values[i]) - double(b.values[i]);
-        sum += d * d;
-    }
-    return float(std::sqrt(sum));
+    return euclidean(a.values, b.values);
 }
 
 }  // namespace ql::vision

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "PrintDistance.h"
+
 namespace ql::vision {
 
 namespace {
@@ -162,12 +164,7 @@ ImagePrint ImagePrint::of(const Bitmap& bitmap) {
 }
 
 float ImagePrint::distance(const ImagePrint& a, const ImagePrint& b) {
-    double sum = 0;
-    for (size_t i = 0; i < a.values.size(); ++i) {
-        const double d = double(a.values[i]) - double(b.values[i]);
-        sum += d * d;
-    }
-    return float(std::sqrt(sum));
+    return euclidean(a.values, b.values);
 }
 
 }  // namespace ql::vision
