@@ -39,81 +39,100 @@ inline void sample(const Image& in, double x, double y, EdgeMode edges, float* o
         out[c] = acc[c];
 }
 
+// A turned row reads the input along a slant: short runs on many rows, which the hardware does
+// not foresee, so the pixels a little further along are asked for early (every other pixel: a
+// cache line holds four).
+constexpr int kAhead = 32;
+// Output is made in blocks of kBand rows by kChunk columns.
+constexpr int kBand = 32;
+constexpr int kChunk = 256;
+
+/// Output pixels [x0, x1) of row y: source positions first (a loop the compiler vectorises),
+/// then the taps, so that sampling can look ahead. `at` is the pixel offset of the top-left tap
+/// when all four taps lie inside, else -1.
+void warpRun(const Image& input, const std::array<double, 9>& inv, EdgeMode edges, double fastW,
+             int y, int x0, int x1, std::vector<double>& pxs, std::vector<double>& pys,
+             std::vector<float>& axs, std::vector<float>& ays, std::vector<int>& at, float* o) {
+    using namespace simd;
+    const int w = input.width(), h = input.height();
+    const size_t stride = size_t(w) * 4;
+    const int n = x1 - x0;
+    const double qy = y + 0.5;
+    const double cx = inv[1] * qy + inv[2], cy = inv[4] * qy + inv[5];
+    const double cz = inv[7] * qy + inv[8];
+    // wz is linear along the run: away from zero at both ends with one sign, it is away from
+    // zero all along, and the loop needs no test.
+    const double wz0 = inv[6] * (x0 + 0.5) + cz, wz1 = inv[6] * (x1 - 0.5) + cz;
+    if ((wz0 > 1e-12 && wz1 > 1e-12) || (wz0 < -1e-12 && wz1 < -1e-12)) {
+        for (int i = 0; i < n; ++i) {
+            const double qx = x0 + i + 0.5, wz = inv[6] * qx + cz;
+            pxs[size_t(i)] = (inv[0] * qx + cx) / wz;
+            pys[size_t(i)] = (inv[3] * qx + cy) / wz;
+        }
+    } else {
+        for (int i = 0; i < n; ++i) {
+            const double qx = x0 + i + 0.5, wz = inv[6] * qx + cz;
+            // Beyond the horizon of the projection: NaN, which no test below accepts.
+            const bool horizon = !(std::abs(wz) > 1e-12);
+            pxs[size_t(i)] = horizon ? NAN : (inv[0] * qx + cx) / wz;
+            pys[size_t(i)] = horizon ? NAN : (inv[3] * qx + cy) / wz;
+        }
+    }
+    for (int i = 0; i < n; ++i) {
+        const double fx = pxs[size_t(i)] - 0.5, fy = pys[size_t(i)] - 0.5;
+        const bool fast = fx >= 0 && fy >= 0 && fx < fastW && fy < h - 1;
+        const int sx = fast ? int(fx) : 0, sy = fast ? int(fy) : 0;  // floor when >= 0
+        axs[size_t(i)] = float(fx - sx);
+        ays[size_t(i)] = float(fy - sy);
+        at[size_t(i)] = fast ? sy * w + sx : -1;
+    }
+    for (int i = n; i < n + kAhead; ++i)
+        at[size_t(i)] = -1;
+    for (int i = 0; i < n; ++i) {
+        if ((i & 1) == 0 && at[size_t(i + kAhead)] >= 0) {
+            const float* a = input.data() + size_t(at[size_t(i + kAhead)]) * 4;
+            __builtin_prefetch(a);
+            __builtin_prefetch(a + stride);
+        }
+        float* px = o + 4 * size_t(x0 + i);
+        if (at[size_t(i)] >= 0) {
+            // All four taps inside: no clamping, one vector sum.
+            const float ax = axs[size_t(i)], ay = ays[size_t(i)];
+            const float* p = input.data() + size_t(at[size_t(i)]) * 4;
+            const float* q = p + stride;
+            v4 acc = splat((1 - ax) * (1 - ay)) * load(p);
+            acc += splat(ax * (1 - ay)) * load(p + 4);
+            acc += splat((1 - ax) * ay) * load(q);
+            acc += splat(ax * ay) * load(q + 4);
+            store(px, acc);
+        } else if (std::isnan(pxs[size_t(i)])) {
+            store(px, splat(0));
+        } else {
+            sample(input, pxs[size_t(i)], pys[size_t(i)], edges, px);
+        }
+    }
+}
+
 /// Output pixel centres through a 3×3 inverse map back into the input.
 Image warp(const Image& input, const std::array<double, 9>& inv, int outW, int outH, EdgeMode edges,
            const Execution& exec) {
-    using namespace simd;
     Image out = Image::forOverwrite(outW, outH);
-    const int w = input.width(), h = input.height();
-    const size_t stride = size_t(w) * 4;
     // Offsets of the fast path are ints; a bigger input takes the general path everywhere.
-    const double fastW = input.pixelCount() < (size_t(1) << 31) ? w - 1 : -1;
-    // A turned row reads the input along a slant: short runs on many rows, which the hardware
-    // does not foresee, so the pixels a little further along the row are asked for early (every
-    // other pixel: a cache line holds four).
-    constexpr int kAhead = 32;
+    const double fastW = input.pixelCount() < (size_t(1) << 31) ? input.width() - 1 : -1;
     const bool done = parallelFor(0, outH, exec, [&](int row0, int row1) {
-        // A whole row's source positions first (a loop the compiler vectorises), then its taps,
-        // so that the sampling loop can look ahead. `at` is the pixel offset of the top-left tap
-        // when all four taps lie inside, else -1.
-        const size_t n = size_t(outW);
+        const size_t n = size_t(kChunk);
         std::vector<double> pxs(n), pys(n);
         std::vector<float> axs(n), ays(n);
         std::vector<int> at(n + kAhead, -1);
-        for (int y = row0; y < row1; ++y) {
-            float* o = out.row(y);
-            const double qy = y + 0.5;
-            const double cx = inv[1] * qy + inv[2], cy = inv[4] * qy + inv[5];
-            const double cz = inv[7] * qy + inv[8];
-            // wz is linear along the row: away from zero at both ends with one sign, it is
-            // away from zero all along, and the loop needs no test.
-            const double wz0 = inv[6] * 0.5 + cz, wz1 = inv[6] * (outW - 0.5) + cz;
-            if ((wz0 > 1e-12 && wz1 > 1e-12) || (wz0 < -1e-12 && wz1 < -1e-12)) {
-                for (int x = 0; x < outW; ++x) {
-                    const double qx = x + 0.5, wz = inv[6] * qx + cz;
-                    pxs[size_t(x)] = (inv[0] * qx + cx) / wz;
-                    pys[size_t(x)] = (inv[3] * qx + cy) / wz;
-                }
-            } else {
-                for (int x = 0; x < outW; ++x) {
-                    const double qx = x + 0.5, wz = inv[6] * qx + cz;
-                    // Beyond the horizon of the projection: NaN, which no test below accepts.
-                    const bool horizon = !(std::abs(wz) > 1e-12);
-                    pxs[size_t(x)] = horizon ? NAN : (inv[0] * qx + cx) / wz;
-                    pys[size_t(x)] = horizon ? NAN : (inv[3] * qx + cy) / wz;
-                }
+        // Blocks of rows by chunks of columns: a turned block reads a small patch of the input,
+        // which stays in the core's cache while all its rows are made.
+        for (int yb = row0; yb < row1; yb += kBand)
+            for (int xb = 0; xb < outW; xb += kChunk) {
+                const int xe = std::min(outW, xb + kChunk);
+                for (int y = yb; y < std::min(row1, yb + kBand); ++y)
+                    warpRun(input, inv, edges, fastW, y, xb, xe, pxs, pys, axs, ays, at,
+                            out.row(y));
             }
-            for (int x = 0; x < outW; ++x) {
-                const double fx = pxs[size_t(x)] - 0.5, fy = pys[size_t(x)] - 0.5;
-                const bool fast = fx >= 0 && fy >= 0 && fx < fastW && fy < h - 1;
-                const int sx = fast ? int(fx) : 0, sy = fast ? int(fy) : 0;  // floor when >= 0
-                axs[size_t(x)] = float(fx - sx);
-                ays[size_t(x)] = float(fy - sy);
-                at[size_t(x)] = fast ? sy * w + sx : -1;
-            }
-            for (int x = 0; x < outW; ++x) {
-                if ((x & 1) == 0 && at[size_t(x + kAhead)] >= 0) {
-                    const float* a = input.data() + size_t(at[size_t(x + kAhead)]) * 4;
-                    __builtin_prefetch(a);
-                    __builtin_prefetch(a + stride);
-                }
-                if (at[size_t(x)] >= 0) {
-                    // All four taps inside: no clamping, one vector sum.
-                    const float ax = axs[size_t(x)], ay = ays[size_t(x)];
-                    const float* p = input.data() + size_t(at[size_t(x)]) * 4;
-                    const float* q = p + stride;
-                    v4 acc = splat((1 - ax) * (1 - ay)) * load(p);
-                    acc += splat(ax * (1 - ay)) * load(p + 4);
-                    acc += splat((1 - ax) * ay) * load(q);
-                    acc += splat(ax * ay) * load(q + 4);
-                    store(o + 4 * x, acc);
-                } else if (std::isnan(pxs[size_t(x)])) {
-                    store(o + 4 * x, splat(0));
-                } else {
-                    sample(input, pxs[size_t(x)], pys[size_t(x)], edges, o + 4 * x);
-                }
-            }
-        }
     });
     return done ? out : Image{};
 }
