@@ -65,9 +65,9 @@ void warpRun(const Image& input, const std::array<double, 9>& inv, EdgeMode edge
     const double wz0 = inv[6] * (x0 + 0.5) + cz, wz1 = inv[6] * (x1 - 0.5) + cz;
     if ((wz0 > 1e-12 && wz1 > 1e-12) || (wz0 < -1e-12 && wz1 < -1e-12)) {
         for (int i = 0; i < n; ++i) {
-            const double qx = x0 + i + 0.5, wz = inv[6] * qx + cz;
-            pxs[size_t(i)] = (inv[0] * qx + cx) / wz;
-            pys[size_t(i)] = (inv[3] * qx + cy) / wz;
+            const double qx = x0 + i + 0.5, r = 1 / (inv[6] * qx + cz);
+            pxs[size_t(i)] = (inv[0] * qx + cx) * r;
+            pys[size_t(i)] = (inv[3] * qx + cy) * r;
         }
     } else {
         for (int i = 0; i < n; ++i) {
