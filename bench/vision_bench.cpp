@@ -80,6 +80,17 @@ void BM_PersonMask(benchmark::State& state) {
 }
 BENCHMARK(BM_PersonMask)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The person mask fitted, feathered, to a 24-megapixel export.
+void BM_PersonMaskFittedFullSize(benchmark::State& state) {
+    const auto mask = vision::PersonMask::compute(photo());
+    if (!mask) {
+        state.SkipWithError("no people found");
+        return;
+    }
+    timed(state, 0, [&] { return vision::PersonMask::fitted(*mask, 6000, 4000, true); });
+}
+BENCHMARK(BM_PersonMaskFittedFullSize)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 // Every mask of the most certain face, drawn at the photo's size.
 void BM_FaceMasksOneFace(benchmark::State& state) {
     const auto shapes = vision::FaceParts::detect(bitmap(), faces());

@@ -309,20 +309,28 @@ img::Image fitted(const img::Image& mask, int width, int height, bool feather,
                     v[x] = in[size_t(x) * 4];
             }
         });
+        // The feather is proportional to the picture, so it is made at the smaller of the two
+        // sizes and scaled with the mask: a 24-megapixel export then erodes and blurs a mask of
+        // 2048 pixels, and the bilinear enlargement of a blurred mask adds nothing visible.
+        const bool enlarging = double(width) * height > double(mask.width()) * mask.height();
         cv::Mat scaled;
-        cv::resize(value, scaled, cv::Size(width, height), 0, 0, cv::INTER_LINEAR);
-        value.release();
+        if (!enlarging) cv::resize(value, scaled, cv::Size(width, height), 0, 0, cv::INTER_LINEAR);
+        cv::Mat& work = enlarging ? value : scaled;
         if (feather && !exec.cancelled()) {
             // Eroding first keeps the blur's outer half inside the outline: no halo of the
             // adjustment on the background next to the person. A square is as good as a disc
             // under the blur and much cheaper.
-            const int longEdge = std::max(width, height);
+            const int longEdge = std::max(work.cols, work.rows);
             const int r = std::max(1, int(std::lround(0.0015 * longEdge)));
-            cv::erode(scaled, scaled, cv::Mat::ones(2 * r + 1, 2 * r + 1, CV_8U), cv::Point(-1, -1),
-                      1, cv::BORDER_REPLICATE);
+            cv::erode(work, work, cv::Mat::ones(2 * r + 1, 2 * r + 1, CV_8U), cv::Point(-1, -1), 1,
+                      cv::BORDER_REPLICATE);
             const double sigma = 0.0018 * longEdge;
             if (sigma >= 0.3)
-                cv::GaussianBlur(scaled, scaled, cv::Size(), sigma, sigma, cv::BORDER_REPLICATE);
+                cv::GaussianBlur(work, work, cv::Size(), sigma, sigma, cv::BORDER_REPLICATE);
+        }
+        if (enlarging) {
+            cv::resize(value, scaled, cv::Size(width, height), 0, 0, cv::INTER_LINEAR);
+            value.release();
         }
         if (exec.cancelled()) return {};
         img::Image out = img::Image::forOverwrite(width, height);
