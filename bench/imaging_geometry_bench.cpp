@@ -1,4 +1,4 @@
-// Resampling: a full-size decode shrunk to the preview.
+// Resampling: a full-size decode, and a half-size RAW development, shrunk to the preview.
 #include <chrono>
 
 #include "CopyBaseline.h"
@@ -27,5 +27,19 @@ void BM_LanczosShrink6000To2400(benchmark::State& state) {
     ql::bench::reportCopyPasses(state, total / double(state.iterations()), copy);
 }
 BENCHMARK(BM_LanczosShrink6000To2400)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A half-size RAW development (3000 × 2000) to the 2400-pixel proxy: a shrink by 1.25.
+void BM_LanczosShrink3000To2400(benchmark::State& state) {
+    const Image big = ql::img::resize(ql::bench::previewImage(), 3000, 2000);
+    const double copy = ql::bench::copySeconds(Image(2400, 1600));
+    double total = 0;
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        benchmark::DoNotOptimize(ql::img::resize(big, 2400, 1600).data());
+        total += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+    ql::bench::reportCopyPasses(state, total / double(state.iterations()), copy);
+}
+BENCHMARK(BM_LanczosShrink3000To2400)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
