@@ -82,8 +82,9 @@ std::shared_ptr<float[]> allocatePixels(size_t floats) {
                                     [rounded](float* q) { pool().give(q, rounded); });
 }
 
-// Fresh anonymous pages read as zero and are backed only once written; they go back to the system
-// when freed, never to the pool, which would hand them out again with old pixels.
+// Fresh anonymous pages read as zero and are backed only once written. They go back to the system
+// when freed: pooled memory holds old pixels and is mapped whole, which is what pictures that
+// write every pixel want and a mostly black one does not.
 std::shared_ptr<float[]> allocateZeroedPixels(size_t floats) {
     const size_t bytes = floats * sizeof(float);
     if (bytes < 2 * kHugePage) return std::make_shared<float[]>(floats);
@@ -97,15 +98,6 @@ std::shared_ptr<float[]> allocateZeroedPixels(size_t floats) {
 
 }  // namespace
 
-Image Image::zeroed(int width, int height) {
-    Image image;
-    if (width <= 0 || height <= 0) return image;
-    image.width_ = width;
-    image.height_ = height;
-    image.data_ = allocateZeroedPixels(image.pixelCount() * 4);
-    return image;
-}
-
 Image::Image(int width, int height, Unset) {
     if (width <= 0 || height <= 0) return;
     width_ = width;
@@ -113,8 +105,11 @@ Image::Image(int width, int height, Unset) {
     data_ = allocatePixels(pixelCount() * 4);
 }
 
-Image::Image(int width, int height) : Image(width, height, Unset{}) {
-    if (data_) std::fill_n(data_.get(), pixelCount() * 4, 0.0f);
+Image::Image(int width, int height) {
+    if (width <= 0 || height <= 0) return;
+    width_ = width;
+    height_ = height;
+    data_ = allocateZeroedPixels(pixelCount() * 4);
 }
 
 Image Image::forOverwrite(int width, int height) {

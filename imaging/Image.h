@@ -19,17 +19,15 @@ class Image {
   public:
     Image() = default;
     /// A new image of the given size, every channel 0 (transparent black). Sizes below 1 give an
-    /// empty image.
+    /// empty image. A large one is fresh memory that the system maps only where it is written:
+    /// for a picture that stays mostly black, such as the mask of one face, the black costs
+    /// neither a pass over memory nor resident memory, and reading it is cheap.
     Image(int width, int height);
     /// A new image filled with one colour.
     static Image filled(int width, int height, Pixel colour);
     /// A new image whose pixels are left unset, for an operation that writes every one of them:
     /// clearing first would cost a pass over memory.
     static Image forOverwrite(int width, int height);
-    /// A new transparent black image whose memory the system maps only where it is written: for
-    /// a picture that stays mostly black, such as the mask of one face, the black costs neither
-    /// a pass over memory nor resident memory. Reading unwritten pixels is cheap.
-    static Image zeroed(int width, int height);
 
     int width() const { return width_; }
     int height() const { return height_; }

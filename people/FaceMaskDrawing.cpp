@@ -10,7 +10,6 @@
 #include <functional>
 #include <new>
 
-
 #include "FaceMaskShapes.h"
 #include "imaging/GaussianBlur.h"
 #include "imaging/Simd.h"
@@ -220,7 +219,7 @@ Image resampled(const std::vector<v4>& crop, const QRect& at, const QSize& canva
     const Taps cols(width, canvas.width(), at.x(), at.width());
     Image out;
     try {
-        out = Image::zeroed(width, height);
+        out = Image(width, height);
     } catch (const std::bad_alloc&) {
         return {};  // a picture too large for memory gets no mask rather than an abort
     }

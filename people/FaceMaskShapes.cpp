@@ -18,12 +18,8 @@ using Points = std::vector<Point>;
 
 const QColor white(255, 255, 255), black(0, 0, 0);
 
-QPointF centroid(const Points& pts) {
-    double x = 0, y = 0;
-    for (const Point& q : pts)
-        x += q.x, y += q.y;
-    const double n = double(std::max<size_t>(pts.size(), 1));
-    return {x / n, y / n};
+QPointF qt(Point p) {
+    return {p.x, p.y};
 }
 
 QRectF bounds(const Points& pts) {
@@ -38,7 +34,7 @@ QRectF bounds(const Points& pts) {
 
 // The region's outline scaled by (kx, ky) about the centroid of its points.
 QPolygonF polygonAt(const Points& pts, double kx, double ky) {
-    const QPointF c = centroid(pts);
+    const QPointF c = qt(vision::centroid(pts));
     QPolygonF poly;
     poly.reserve(qsizetype(pts.size()));
     for (const Point& q : pts)
@@ -110,8 +106,8 @@ QPolygonF upperRim(const Points& eye) {
 }
 
 std::optional<QPointF> eyeCentre(const Points& eye, const std::optional<Point>& pupil) {
-    if (pupil) return QPointF(pupil->x, pupil->y);
-    if (!eye.empty()) return centroid(eye);
+    if (pupil) return qt(*pupil);
+    if (!eye.empty()) return qt(vision::centroid(eye));
     return std::nullopt;
 }
 
@@ -226,7 +222,7 @@ void paintGlasses(QPainter& p, const FaceShape& f) {
         }
     const QRectF e = bounds(eyes);
     const double eyeMid = e.center().y();
-    double d = brows.empty() ? 0 : eyeMid - centroid(brows).y();
+    double d = brows.empty() ? 0 : eyeMid - vision::centroid(brows).y;
     if (!(d > 0)) d = f.box.empty() ? 2 * e.height() : 0.12 * f.box.height;
     Points all = eyes;
     all.insert(all.end(), brows.begin(), brows.end());

@@ -149,13 +149,6 @@ std::vector<Point> region(const std::vector<cv::Point2d>& mesh, const std::array
     return out;
 }
 
-Point centroid(const std::vector<Point>& loop) {
-    Point c;
-    for (const Point& p : loop)
-        c.x += p.x / double(loop.size()), c.y += p.y / double(loop.size());
-    return c;
-}
-
 bool finite(const DetectedFace& f) {
     auto ok = [](double v) { return std::isfinite(v) && std::abs(v) < 100; };
     return ok(f.box.x) && ok(f.box.y) && ok(f.box.width) && ok(f.box.height) &&

@@ -24,6 +24,15 @@ struct Rect {
     bool operator==(const Rect&) const = default;
 };
 
+/// The mean of the points; the origin for none.
+inline Point centroid(const std::vector<Point>& points) {
+    Point c;
+    if (points.empty()) return c;
+    for (const Point& p : points)
+        c.x += p.x, c.y += p.y;
+    return {c.x / double(points.size()), c.y / double(points.size())};
+}
+
 /// One face's landmark regions. Sides are the subject's own: `leftEye` is the subject's left eye,
 /// on the image right for a face that looks at the camera. A region that was not found is empty.
 struct FaceShape {

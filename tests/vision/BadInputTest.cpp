@@ -55,7 +55,7 @@ TEST(VisionBadInput, ADamagedFaceModelTurnsOffFacesOnlyWithOneLogLine) {
 TEST(VisionBadInput, AHugePictureIsAnalysedFromASmallCopy) {
     // 20000 × 15000 is 4.8 GB of pixels; untouched, they cost no memory, and the analysis must
     // not make a copy of that size either.
-    const img::Image huge = img::Image::zeroed(20000, 15000);
+    const img::Image huge(20000, 15000);
     const Bitmap bitmap = Bitmap::of(huge, 2048);
     EXPECT_EQ(bitmap.longEdge(), 2048);
     EXPECT_TRUE(FaceDetector::detect(huge).empty());

@@ -36,13 +36,6 @@ const Bitmap& cafeBitmap() {
     return bitmap;
 }
 
-Point centroid(const std::vector<Point>& loop) {
-    Point c;
-    for (const Point& p : loop)
-        c.x += p.x / double(loop.size()), c.y += p.y / double(loop.size());
-    return c;
-}
-
 bool inside(const std::vector<Point>& loop, Point p) {
     bool in = false;  // even-odd rule
     for (size_t i = 0, j = loop.size() - 1; i < loop.size(); j = i++)
