@@ -29,7 +29,7 @@ struct PortraitInfo {
 
 /// Soft masks, white where a part is: `skin` always, the finer parts when they were asked for.
 /// An empty image means the part is absent. A mask is read by its red channel (the hair map also
-/// by its green); a drawn mask's alpha is its largest channel, so black is transparent black.
+/// by its green); its alpha is its largest channel, so black is transparent black.
 struct FaceMasks {
     img::Image skin;
     img::Image clearSkin, eyes, underEyes, teeth, faceSkin, iris, glasses, hairRegion, person, lips,

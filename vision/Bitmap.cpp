@@ -82,16 +82,4 @@ Bitmap Bitmap::of(const img::Image& image, int maxLongEdge, const img::Execution
     return out;
 }
 
-img::Image maskImage(const float* values, int width, int height) {
-    img::Image out = img::Image::forOverwrite(width, height);
-    if (out.empty()) return out;
-    for (int y = 0; y < height; ++y) {
-        float* o = out.row(y);
-        const float* v = values + size_t(y) * size_t(width);
-        for (int x = 0; x < width; ++x, o += 4)
-            o[0] = o[1] = o[2] = v[x], o[3] = 1.0f;
-    }
-    return out;
-}
-
 }  // namespace ql::vision

@@ -23,8 +23,4 @@ struct Bitmap {
     static Bitmap of(const img::Image& image, int maxLongEdge = 0, const img::Execution& exec = {});
 };
 
-/// A mask as the engine's image: the value in red, green and blue, alpha 1. `values` holds
-/// width × height floats, 0…1.
-img::Image maskImage(const float* values, int width, int height);
-
 }  // namespace ql::vision

@@ -272,7 +272,7 @@ std::optional<img::Image> computeWith(const Bitmap& bitmap, const std::vector<Re
             for (int x = 0; x < w; ++x, o += 4) {
                 const float v =
                     kept[size_t(l[column[size_t(x)]])] && g[x] >= kForeground ? 1.0f : g[x];
-                o[0] = o[1] = o[2] = v, o[3] = 1.0f;
+                o[0] = o[1] = o[2] = o[3] = v;
             }
         }
     });
@@ -340,7 +340,7 @@ img::Image fitted(const img::Image& mask, int width, int height, bool feather,
                 const float* v = scaled.ptr<float>(y);
                 float* o = out.row(y);
                 for (int x = 0; x < width; ++x, o += 4)
-                    o[0] = o[1] = o[2] = std::clamp(v[x], 0.0f, 1.0f), o[3] = 1.0f;
+                    o[0] = o[1] = o[2] = o[3] = std::clamp(v[x], 0.0f, 1.0f);
             }
         });
         return done ? out : img::Image();

@@ -14,8 +14,9 @@ namespace ql::vision {
 
 namespace PersonMask {
 
-/// White where people are, at the picture's size scaled to a long edge of at most 2048; nothing
-/// when no people are seen. Without the segmentation model only the faces are masked.
+/// White where people are (at the mask's strength, alpha included, so black is clear), at the
+/// picture's size scaled to a long edge of at most 2048; nothing when no people are seen. Without
+/// the segmentation model only the faces are masked.
 std::optional<img::Image> compute(const img::Image& image, const img::Execution& exec = {});
 
 /// As compute, on the picture's bitmap (a long edge of at most 2048 keeps it quick; the mask

@@ -132,7 +132,8 @@ TEST(PersonMask, FittingScalesAndFeatheringSoftensWithoutGrowing) {
     EXPECT_FLOAT_EQ(plain.at(1000, 750).r, 1.0f);
     EXPECT_FLOAT_EQ(soft.at(1000, 750).r, 1.0f);
     EXPECT_FLOAT_EQ(soft.at(10, 10).r, 0.0f);
-    EXPECT_FLOAT_EQ(soft.at(10, 10).a, 1.0f);
+    EXPECT_FLOAT_EQ(soft.at(10, 10).a, 0.0f);  // white at the mask's strength: black is clear
+    EXPECT_FLOAT_EQ(soft.at(1000, 750).a, 1.0f);
     EXPECT_NEAR(PersonMask::coverage(plain), std::numbers::pi * 500 * 500 / (2000 * 1500), 0.002);
     EXPECT_LE(PersonMask::coverage(soft), PersonMask::coverage(plain));
     // Along a radius the edge spreads over more pixels, and stays inside the disc's outline.
