@@ -4,7 +4,9 @@
 #include <array>
 #include <iostream>
 
+#include "HeadlessAuto.h"
 #include "HeadlessCameraLook.h"
+#include "HeadlessExpert.h"
 #include "HeadlessHorizon.h"
 #include "HeadlessRender.h"
 #include "edit/AppLanguage.h"
@@ -21,7 +23,7 @@ int runAdvise(const Arguments& args, Console& console) {
 constexpr std::array<Option, 11> table{{
     {"--render", "<input> <output> [adjustments.json]", 0, HeadlessRender::run, {}},
     {"--advise", "<input> [output]", 0, runAdvise, {}},
-    {"--auto", "<input> <output> [style]", 2, nullptr, "the automatic editor"},
+    {"--auto", "<input> <output> [style]", 2, HeadlessAdvise::runAuto, {}},
     {"--camera-look",
      "<raw> <plain-out> <looked-out> [<camera-out>]",
      3,
@@ -30,7 +32,7 @@ constexpr std::array<Option, 11> table{{
     {"--share", "<file>...", 0, nullptr, "the gallery server"},
     {"--faces", "<reference> <face-index> <file>...", 2, nullptr, "face search"},
     {"--cull", "<file>...", 0, nullptr, "culling"},
-    {"--expert", "<output-folder> <file>...", 1, nullptr, "the expert automatic editor"},
+    {"--expert", "<output-folder> <file>...", 1, HeadlessExpert::run, {}},
     {"--agent", "<input> <output> <brief> [engine]", 3, nullptr, "the agent desk"},
     {"--download-model", "<model-id>", 1, nullptr, "the model store"},
     {"--horizon", "<image> <degrees>", 2, HeadlessHorizon::run, {}},

@@ -112,6 +112,9 @@ class ImageSource {
     /// Faces are found once per open photo; nothing when there are none.
     std::optional<FaceMasks> faceMask(const img::Image& matching, bool parts,
                                       const std::vector<NPoint>& only = {});
+    /// The boxes of the sure faces (confidence 0.6 and above), normalised, origin top left; found
+    /// once per open photo, on `matching` the first time anything about people is asked.
+    std::vector<vision::Rect> faceBoxes(const img::Image& matching);
     /// The pipeline's entries: the person mask, and the face masks, only where the edit uses them.
     img::Image maskIfNeeded(const Adjustments& adjustments, const img::Image& matching);
     std::optional<FaceMasks> facesIfNeeded(const Adjustments& adjustments,
@@ -161,7 +164,7 @@ class ImageSource {
 
     struct PeopleCache;
     PeopleCache& people();
-    std::mutex peopleMutex_;  // guards people_; held while people are analysed
+    std::mutex peopleMutex_;               // guards people_; held while people are analysed
     std::shared_ptr<PeopleCache> people_;  // shared: the type is complete only where it is used
     std::atomic<int> peopleAnalyses_{0};
 };

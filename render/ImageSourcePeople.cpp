@@ -140,6 +140,18 @@ std::optional<img::Image> ImageSource::personMask(const img::Image& matching) {
     return cache.fittedPerson;
 }
 
+std::vector<vision::Rect> ImageSource::faceBoxes(const img::Image& matching) {
+    if (matching.empty()) return {};
+    std::lock_guard lock(peopleMutex_);
+    PeopleCache& cache = people();
+    if (!cache.detected) ++peopleAnalyses_;
+    std::vector<vision::Rect> boxes;
+    for (const vision::DetectedFace& f : cache.detectedIn(matching))
+        if (f.confidence >= 0.6f) boxes.push_back(f.box);
+    cache.releaseBitmap();
+    return boxes;
+}
+
 std::optional<FaceMasks> ImageSource::faceMask(const img::Image& matching, bool parts,
                                                const std::vector<NPoint>& only) {
     if (matching.empty()) return std::nullopt;

@@ -147,15 +147,12 @@ TEST(Commands, UnbuiltCommandsNameWhatTheyLack) {
     EXPECT_EQ(advise.status, 2);
     EXPECT_EQ(advise.out + advise.err, "");
 
-    for (Arguments argv :
-         std::vector<Arguments>{{"q", "--advise", "in.jpg"},
-                                {"q", "--auto", "in.raf", "out.jpg", "NoSuchStyle"},
-                                {"q", "--share", "a.jpg"},
-                                {"q", "--faces", "ref.jpg", "99"},
-                                {"q", "--cull"},
-                                {"q", "--expert", "out"},
-                                {"q", "--agent", "in", "out", "brief"},
-                                {"q", "--download-model", "nosuch"}}) {
+    for (Arguments argv : std::vector<Arguments>{{"q", "--advise", "in.jpg"},
+                                                 {"q", "--share", "a.jpg"},
+                                                 {"q", "--faces", "ref.jpg", "99"},
+                                                 {"q", "--cull"},
+                                                 {"q", "--agent", "in", "out", "brief"},
+                                                 {"q", "--download-model", "nosuch"}}) {
         const Outcome r = run(argv);
         EXPECT_EQ(r.status, 1) << argv[1];
         EXPECT_EQ(r.err.rfind(argv[1] + ": ", 0), 0u) << r.err;
