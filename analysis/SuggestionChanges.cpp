@@ -18,8 +18,8 @@ bool differ(double a, double b) {
 
 std::string number(double value, int decimals, bool sign) {
     char buffer[64];
-    std::snprintf(buffer, sizeof buffer, "%.*f", decimals, value);
-    return (sign && value > 0 ? "+" : "") + std::string(buffer);
+    std::snprintf(buffer, sizeof buffer, sign && value > 0 ? "+%.*f" : "%.*f", decimals, value);
+    return buffer;
 }
 
 std::string grade(const GradeWheel& w) {
