@@ -9,7 +9,6 @@
 #include "imaging/LanczosScale.h"
 #include "imaging/codec/JpegCodec.h"
 #include "render/Straighten.h"
-#include "vision/PersonMask.h"
 
 namespace ql {
 namespace {
@@ -47,9 +46,7 @@ std::optional<PhotoAnalysis> PhotoAnalyzer::analysis(ImageSource& source, bool w
     s.faces = ImageAnalyzer::faceInfo(faces, *buffer);
     s.colors = ImageAnalyzer::dominantColors(*buffer, 5);
     s.sharpness = ImageAnalyzer::sharpness(*buffer, faces);
-    if (!faces.empty())
-        if (const auto mask = source.personMask(rendered))
-            s.peopleCoverage = vision::PersonMask::coverage(*mask);
+    if (!faces.empty()) s.peopleCoverage = source.personCoverage(rendered).value_or(0);
     if (const auto found = level.get()) {
         s.lean = found->angle;
         s.leanConfidence = found->confidence;

@@ -107,6 +107,9 @@ class ImageSource {
     /// The people in the photo as a soft mask the size of `matching` (a base of this photo at any
     /// scale), fitted and feathered. Found once per open photo, and so is their absence.
     std::optional<img::Image> personMask(const img::Image& matching);
+    /// The share of the picture that people cover (the mask as found, before it is fitted);
+    /// nothing when no people are seen.
+    std::optional<double> personCoverage(const img::Image& matching);
     /// The face masks at the size of `matching`: the skin discs, and with `parts` every finer mask
     /// and what was measured. `only` (fractions of the frame) keeps the faces near those points.
     /// Faces are found once per open photo; nothing when there are none.
@@ -164,6 +167,8 @@ class ImageSource {
 
     struct PeopleCache;
     PeopleCache& people();
+    /// Finds the person mask once; the caller holds peopleMutex_.
+    void searchPeople(const img::Image& matching);
     std::mutex peopleMutex_;               // guards people_; held while people are analysed
     std::shared_ptr<PeopleCache> people_;  // shared: the type is complete only where it is used
     std::atomic<int> peopleAnalyses_{0};

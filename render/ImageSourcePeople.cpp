@@ -120,19 +120,31 @@ ImageSource::PeopleCache& ImageSource::people() {
     return *people_;
 }
 
+void ImageSource::searchPeople(const img::Image& matching) {
+    PeopleCache& cache = people();
+    if (cache.personSearched) return;
+    ++peopleAnalyses_;
+    std::vector<vision::Rect> boxes;
+    for (const vision::DetectedFace& f : cache.detectedIn(matching))
+        boxes.push_back(f.box);
+    cache.person = vision::PersonMask::compute(cache.bitmapOf(matching), &boxes);
+    cache.personSearched = true;
+    cache.releaseBitmap();
+}
+
+std::optional<double> ImageSource::personCoverage(const img::Image& matching) {
+    if (matching.empty()) return std::nullopt;
+    std::lock_guard lock(peopleMutex_);
+    searchPeople(matching);
+    if (!people().person) return std::nullopt;
+    return vision::PersonMask::coverage(*people().person);
+}
+
 std::optional<img::Image> ImageSource::personMask(const img::Image& matching) {
     if (matching.empty()) return std::nullopt;
     std::lock_guard lock(peopleMutex_);
+    searchPeople(matching);
     PeopleCache& cache = people();
-    if (!cache.personSearched) {
-        ++peopleAnalyses_;
-        std::vector<vision::Rect> boxes;
-        for (const vision::DetectedFace& f : cache.detectedIn(matching))
-            boxes.push_back(f.box);
-        cache.person = vision::PersonMask::compute(cache.bitmapOf(matching), &boxes);
-        cache.personSearched = true;
-        cache.releaseBitmap();
-    }
     if (!cache.person) return std::nullopt;
     if (!sameSize(cache.fittedPerson, matching))
         cache.fittedPerson =
