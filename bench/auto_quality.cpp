@@ -84,19 +84,19 @@ std::vector<Damage> damages() {
         {"over +2 EV", ev(2)},
         {"warm cast",
          [](const img::Image& i) -> std::optional<img::Image> {
-             return gain(i, 1.35f, 1.0f, 0.7f);
+             return gain(i, 1.5f, 1.0f, 0.6f);
          }},
         {"cold cast",
          [](const img::Image& i) -> std::optional<img::Image> {
-             return gain(i, 0.75f, 0.95f, 1.35f);
+             return gain(i, 0.65f, 0.95f, 1.5f);
          }},
         {"flat, low contrast",
          [](const img::Image& i) -> std::optional<img::Image> {
-             // Half the tonal range around the middle, in display values: fog or a cheap lens.
+             // A veil over the whole picture, blacks lifted to a fifth of white: haze, or flare.
              return mapped(i, [](float* p, int, int) {
                  for (int c = 0; c < 3; ++c)
-                     p[c] = img::srgbDecode(0.3f +
-                                            0.45f * std::clamp(img::srgbEncode(p[c]), 0.0f, 1.0f));
+                     p[c] = img::srgbDecode(0.2f +
+                                            0.8f * std::clamp(img::srgbEncode(p[c]), 0.0f, 1.0f));
              });
          }},
         {"backlit subject",
@@ -147,7 +147,8 @@ int main(int argc, char** argv) {
     fs::create_directories(dir);
 
     std::vector<std::string> folders{QL_SAMPLES_DIR, QL_LABELLED_DIR};
-    for (int i = 2; i < argc; ++i) folders.push_back(argv[i]);
+    for (int i = 2; i < argc; ++i)
+        folders.push_back(argv[i]);
     std::vector<std::string> photos;
     std::set<std::string> seen;
     for (const std::string& folder : folders)
