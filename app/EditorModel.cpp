@@ -10,6 +10,7 @@
 #include "analysis/Expert.h"
 #include "analysis/PhotoStyleApply.h"
 #include "edit/PathNames.h"
+#include "imaging/LanczosScale.h"
 #include "imaging/draw/QtImage.h"
 #include "render/Exporter.h"
 #include "render/Geometry.h"
@@ -161,8 +162,8 @@ void EditorModel::open(const std::string& path) {
             undoStack_.clear(), redoStack_.clear(), strokeRedo_.clear();
             showOriginal = whitePickerActive = cropMode = straightenLineMode = false;
             selectedLayer.reset();
-            report_.reset(), reportAnalysis_.reset();
-            showClipping = false, compareMode_ = false, showLayerMask = false;
+            report_.reset(), reportAnalysis_.reset(), styleThumbs_.clear();
+            showClipping = false, compareMode_ = false, showLayerMask = false, showFaces = false;
             compareSnapshot_.reset();
             displayImage_ = originalImage_ = clipOverlay_ = maskOverlay_ = layerOverlay_ = {};
             originalKey_.reset();
@@ -203,23 +204,59 @@ void EditorModel::runAutorun() {
 
 // --- Analysis and automatic editing ----------------------------------------------------------
 
+namespace {
+
+/// The photo in every look over its automatic correction, small.
+std::map<PhotoStyle, QImage> styleThumbnails(ImageSource& source, const Pipeline& pipeline,
+                                             const PhotoAnalysis& analysis,
+                                             const Adjustments& current) {
+    std::map<PhotoStyle, QImage> thumbs;
+    const PhotoFacts facts = PhotoFacts::of(source);
+    for (const PhotoStyle style : allCases<PhotoStyle>()) {
+        Adjustments edit = current;
+        edit.style = style;
+        edit.styleStrength = 100;
+        edit = autoResult(edit, analysis, facts);
+        const img::Image base = source.previewBase(edit);
+        if (base.empty()) break;
+        const double scale =
+            std::min(1.0, double(EditorModel::kStyleThumbLongEdge) / base.longEdge());
+        const img::Image small = img::lanczosScale(base, {float(scale), 1});
+        // Masks are left out: at this size a look reads the same without the people's edit.
+        thumbs[style] = img::toQImage(
+            pipeline.apply(edit, small, source.isRAW(), source.cameraLUT(), true, {}, nullptr, {}));
+    }
+    return thumbs;
+}
+
+}  // namespace
+
 void EditorModel::analyze() {
     if (!source_) return;
     isAnalyzing_ = true;
     emit changed();
     const std::shared_ptr<ImageSource> source = source_;
     PhotoAnalyzer* analyzer = analyzer_.get();
-    using Found = std::optional<std::pair<PhotoReport, PhotoAnalysis>>;
-    onQueue<Found>(
-        [source, analyzer]() -> Found {
+    const Pipeline* pipeline = &pipeline_;
+    const Adjustments current = adjustments_;
+    struct Found {
+        PhotoReport report;
+        PhotoAnalysis analysis;
+        std::map<PhotoStyle, QImage> thumbs;
+    };
+    onQueue<std::optional<Found>>(
+        [source, analyzer, pipeline, current]() -> std::optional<Found> {
             const auto analysis = analyzer->analysis(*source, false);
             if (!analysis) return std::nullopt;
-            return std::make_pair(Diagnosis::make(*analysis, PhotoFacts::of(*source)), *analysis);
+            return Found{Diagnosis::make(*analysis, PhotoFacts::of(*source)), *analysis,
+                         styleThumbnails(*source, *pipeline, *analysis, current)};
         },
-        [this, source](Found found) {
+        [this, source](std::optional<Found> found) {
             if (source != source_) return;
             isAnalyzing_ = false;
-            if (found) setReport(std::move(found->first), std::move(found->second));
+            if (found)
+                setReport(std::move(found->report), std::move(found->analysis),
+                          std::move(found->thumbs));
             if (const QByteArray style = qgetenv("QUILLARIUM_STYLE"); !style.isEmpty())
                 if (const auto s = enumFromName<PhotoStyle>(style.toStdString()))
                     applyStyle(*s, 100);
@@ -234,9 +271,11 @@ void EditorModel::analyze() {
         });
 }
 
-void EditorModel::setReport(PhotoReport report, PhotoAnalysis analysis) {
+void EditorModel::setReport(PhotoReport report, PhotoAnalysis analysis,
+                            std::map<PhotoStyle, QImage> thumbs) {
     report_ = std::move(report);
     reportAnalysis_ = std::move(analysis);
+    styleThumbs_ = std::move(thumbs);
 }
 
 void EditorModel::autoAdjust() {

@@ -72,11 +72,14 @@ class EditorModel : public QObject {
 
     bool showOriginal = false;
     bool showClipping = false;
+    bool showFaces = false;
+    double compareSplit = 0.5;  // where the split line stands, 0…1
     bool showPersonMask = false;
     bool cropMode = false;
     bool straightenLineMode = false;
     bool whitePickerActive = false;
     bool isLoading() const { return isLoading_; }
+    bool isExporting() const { return isExporting_; }
     const std::optional<std::string>& message() const { return message_; }
     CompositionGuide guide = CompositionGuide::none;
     ExportOptions exportOptions{ExportFormat::jpeg, 92, false, 2048};
@@ -171,6 +174,9 @@ class EditorModel : public QObject {
     bool isAnalyzing() const { return isAnalyzing_; }
     const std::optional<PhotoReport>& report() const { return report_; }
     const std::optional<PhotoAnalysis>& reportAnalysis() const { return reportAnalysis_; }
+    /// Each look on this photo, over its automatic correction, as a small picture.
+    const std::map<PhotoStyle, QImage>& styleThumbs() const { return styleThumbs_; }
+    static constexpr int kStyleThumbLongEdge = 240;
     /// The Auto command: the analysis's correction in the current look.
     void autoAdjust();
     /// A look at a strength in percent over the analysis's correction.
@@ -202,7 +208,7 @@ class EditorModel : public QObject {
     void say(std::optional<std::string> text);
     void setStrokes(const Uuid& layer, std::vector<BrushStroke> strokes);
     void leaveZoom();
-    void setReport(PhotoReport report, PhotoAnalysis analysis);
+    void setReport(PhotoReport report, PhotoAnalysis analysis, std::map<PhotoStyle, QImage> thumbs);
     void runAutorun();
     std::vector<EditSnapshot> snapshots() const;
     void putSnapshots(std::vector<EditSnapshot> list);
@@ -232,7 +238,7 @@ class EditorModel : public QObject {
     bool displayIsUncropped_ = false;
     bool rendering_ = false, renderPending_ = false;
     int rendersRun_ = 0, inFlight_ = 0, mostInFlight_ = 0;
-    bool isLoading_ = false;
+    bool isLoading_ = false, isExporting_ = false;
     std::optional<std::string> message_;
 
     bool zoomed_ = false;
@@ -252,6 +258,7 @@ class EditorModel : public QObject {
     bool isAnalyzing_ = false, isAutoRunning_ = false;
     std::optional<PhotoReport> report_;
     std::optional<PhotoAnalysis> reportAnalysis_;
+    std::map<PhotoStyle, QImage> styleThumbs_;
     std::unique_ptr<PhotoAnalyzer> analyzer_;
 
     // Last: it is destroyed first, so no job outlives what it uses.

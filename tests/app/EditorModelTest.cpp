@@ -134,6 +134,7 @@ TEST_F(EditorSession, SwitchingPhotosSavesAndDropsTheOldPhotosRender) {
     const auto firstOfSecond = std::find(shown.begin(), shown.end(), secondSize);
     ASSERT_NE(firstOfSecond, shown.end());
     EXPECT_TRUE(std::all_of(firstOfSecond, shown.end(), [&](QSize s) { return s == secondSize; }));
+    EXPECT_EQ(editor->mostRendersInFlight(), 1);
 }
 
 TEST_F(EditorSession, AnUnreadablePhotoKeepsTheSession) {
@@ -270,6 +271,12 @@ TEST_F(EditorSession, AutoAndExportName) {
     EXPECT_EQ(*editor->message(), "Đã chỉnh tự động. Bấm Ctrl+Z nếu muốn quay lại.");
     ASSERT_TRUE(until([&] { return editor->report().has_value(); }));
     EXPECT_GE(editor->report()->score, 20);
+    // Every look has its thumbnail, and mono's has no colour.
+    ASSERT_EQ(editor->styleThumbs().size(), 9u);
+    const QImage mono = editor->styleThumbs().at(PhotoStyle::mono);
+    EXPECT_EQ(std::max(mono.width(), mono.height()), EditorModel::kStyleThumbLongEdge);
+    const QColor c = mono.pixelColor(mono.width() / 2, mono.height() / 2);
+    EXPECT_LE(std::abs(c.red() - c.blue()), 2);
     EXPECT_EQ(editor->exportName(), "three_men_night_flash-chinh.jpg");
     EXPECT_FALSE(editor->exportTo(dir.file("no/such/folder/x.jpg")));
     EXPECT_EQ(*editor->message(), "Không lưu được ảnh. Hãy kiểm tra lại thư mục lưu.");
