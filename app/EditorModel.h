@@ -207,6 +207,11 @@ class EditorModel : public QObject {
     void saveToBook();
     void say(std::optional<std::string> text);
     void setStrokes(const Uuid& layer, std::vector<BrushStroke> strokes);
+    /// Sets the white balance that makes `measure` of the picture neutral (the RAW decoder's
+    /// kelvin and tint, or the sliders of a non-RAW photo).
+    void whiteBalanceFrom(const Adjustments& edit,
+                          std::function<std::array<double, 3>(const img::Image&)> measure,
+                          bool endsPicker);
     void leaveZoom();
     void setReport(PhotoReport report, PhotoAnalysis analysis, std::map<PhotoStyle, QImage> thumbs);
     void runAutorun();

@@ -38,38 +38,27 @@ QImage personTint(ImageSource& source, const Adjustments& edit, const img::Image
 }
 
 /// A crop of `image` at `level` around the normalised centre, at most `view` pixels; gives the
-/// centre it really shows.
+/// centre it really shows. Below 1 the picture is shrunk with Lanczos; above 1 its pixels are
+/// repeated, so that magnified pixels stay hard, and only over what the crop needs.
 QImage zoomCrop(const img::Image& image, double level, QPointF centre, QSize view, QPointF& shown) {
     if (image.empty()) return {};
-    img::Image scaled = image;
-    if (level < 1 - 0.001) {
-        scaled = img::lanczosScale(image, {float(level), 1});
-    } else if (level > 1 + 0.001) {
-        // Magnified pixels stay hard: nearest neighbour, only over what the crop needs.
-        const int w = std::max(1, int(std::lround(image.width() * level)));
-        const int h = std::max(1, int(std::lround(image.height() * level)));
-        const int cw = std::min(w, view.width()), ch = std::min(h, view.height());
-        const double cx = std::clamp(centre.x() * w, cw / 2.0, w - cw / 2.0);
-        const double cy = std::clamp(centre.y() * h, ch / 2.0, h - ch / 2.0);
-        const int x0 = int(std::floor(cx - cw / 2.0)), y0 = int(std::floor(cy - ch / 2.0));
-        img::Image crop = img::Image::forOverwrite(cw, ch);
-        for (int y = 0; y < ch; ++y)
-            for (int x = 0; x < cw; ++x) {
-                const int sx = std::min(image.width() - 1, int((x0 + x) / level));
-                const int sy = std::min(image.height() - 1, int((y0 + y) / level));
-                std::copy_n(image.row(sy) + sx * 4, 4, crop.row(y) + x * 4);
-            }
-        shown = {cx / w, cy / h};
-        return img::toQImage(crop);
-    }
-    const int w = scaled.width(), h = scaled.height();
+    const bool shrink = level<1 - 0.001, magnify = level> 1 + 0.001;
+    const img::Image source = shrink ? img::lanczosScale(image, {float(level), 1}) : image;
+    const double scale = magnify ? level : 1;
+    const int w = std::max(1, int(std::lround(source.width() * scale)));
+    const int h = std::max(1, int(std::lround(source.height() * scale)));
     const int cw = std::min(w, view.width()), ch = std::min(h, view.height());
     const double cx = std::clamp(centre.x() * w, cw / 2.0, w - cw / 2.0);
     const double cy = std::clamp(centre.y() * h, ch / 2.0, h - ch / 2.0);
     const int x0 = int(std::floor(cx - cw / 2.0)), y0 = int(std::floor(cy - ch / 2.0));
     img::Image crop = img::Image::forOverwrite(cw, ch);
-    for (int y = 0; y < ch; ++y)
-        std::copy_n(scaled.row(y0 + y) + x0 * 4, cw * 4, crop.row(y));
+    for (int y = 0; y < ch; ++y) {
+        const int sy = std::min(source.height() - 1, int((y0 + y) / scale));
+        for (int x = 0; x < cw; ++x) {
+            const int sx = std::min(source.width() - 1, int((x0 + x) / scale));
+            std::copy_n(source.row(sy) + sx * 4, 4, crop.row(y) + x * 4);
+        }
+    }
     shown = {cx / w, cy / h};
     return img::toQImage(crop);
 }

@@ -97,33 +97,28 @@ void EditorModel::resetAll() {
     setAdjustments(Adjustments{});
 }
 
-void EditorModel::pickWhite(QPointF at) {
+void EditorModel::whiteBalanceFrom(const Adjustments& edit,
+                                   std::function<std::array<double, 3>(const img::Image&)> measure,
+                                   bool endsPicker) {
     if (!source_) return;
     const std::shared_ptr<ImageSource> source = source_;
-    const Adjustments edit = adjustments_;
     struct White {
         std::optional<img::TemperatureTint> raw;
         std::optional<std::pair<double, double>> plain;
     };
     onQueue<White>(
-        [source, edit, at]() {
+        [source, edit, measure]() {
             White w;
-            const auto patch = [&](const img::Image& image) {
-                return patchAverage(Geometry::apply(edit, image, true), at);
-            };
             if (source->isRAW()) {
-                w.raw = source->rawNeutral({}, patch);
-            } else {
-                const img::Image base = source->previewBase(edit);
-                if (!base.empty()) {
-                    const auto rgb = patch(base);
-                    w.plain = WhiteBalance::neutralize(rgb[0], rgb[1], rgb[2]);
-                }
+                w.raw = source->rawNeutral({}, measure);
+            } else if (const img::Image base = source->previewBase(edit); !base.empty()) {
+                const auto rgb = measure(base);
+                w.plain = WhiteBalance::neutralize(rgb[0], rgb[1], rgb[2]);
             }
             return w;
         },
-        [this, source](White w) {
-            whitePickerActive = false;
+        [this, source, endsPicker](White w) {
+            if (endsPicker) whitePickerActive = false;
             if (source == source_) {
                 Adjustments a = adjustments_;
                 if (w.raw)
@@ -138,38 +133,18 @@ void EditorModel::pickWhite(QPointF at) {
         });
 }
 
-void EditorModel::autoWhiteBalance() {
-    if (!source_) return;
-    const std::shared_ptr<ImageSource> source = source_;
-    struct White {
-        std::optional<img::TemperatureTint> raw;
-        std::optional<std::pair<double, double>> plain;
-    };
-    const auto mean = wholeAverage;
-    onQueue<White>(
-        [source, mean]() {
-            White w;
-            if (source->isRAW()) {
-                w.raw = source->rawNeutral({}, mean);
-            } else {
-                const img::Image base = source->previewBase(Adjustments{});
-                if (!base.empty()) {
-                    const auto rgb = mean(base);
-                    w.plain = WhiteBalance::neutralize(rgb[0], rgb[1], rgb[2]);
-                }
-            }
-            return w;
+void EditorModel::pickWhite(QPointF at) {
+    const Adjustments edit = adjustments_;
+    whiteBalanceFrom(
+        edit,
+        [edit, at](const img::Image& image) {
+            return patchAverage(Geometry::apply(edit, image, true), at);
         },
-        [this, source](White w) {
-            if (source != source_) return;
-            Adjustments a = adjustments_;
-            if (w.raw)
-                a.rawTemperature = std::round(w.raw->temperature),
-                a.rawTint = std::round(w.raw->tint);
-            if (w.plain)
-                a.temperature = std::round(w.plain->first), a.tint = std::round(w.plain->second);
-            setAdjustments(a);
-        });
+        true);
+}
+
+void EditorModel::autoWhiteBalance() {
+    whiteBalanceFrom(Adjustments{}, wholeAverage, false);
 }
 
 void EditorModel::autoStraighten() {

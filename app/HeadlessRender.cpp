@@ -8,10 +8,10 @@
 #include <fstream>
 #include <sstream>
 
+#include "edit/PathNames.h"
 #include "render/Exporter.h"
 #include "render/ImageSource.h"
 #include "render/ImageWriter.h"
-#include "edit/PathNames.h"
 #include "render/Pipeline.h"
 
 namespace ql::HeadlessRender {

@@ -262,6 +262,25 @@ TEST_F(EditorSession, Tools) {
     EXPECT_FALSE(editor->selectedLayer);
 }
 
+TEST_F(EditorSession, WhiteBalanceFromThePictureAndFromAPickedPatch) {
+    // A warm picture with a bluish grey card in its top-left corner.
+    QImage image(300, 200, QImage::Format_RGB32);
+    image.fill(QColor(200, 150, 100));
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 40; ++x)
+            image.setPixelColor(x, y, QColor(110, 120, 150));
+    ASSERT_TRUE(image.save(QString::fromStdString(dir.file("warm.png"))));
+    openAndSettle(dir.file("warm.png"));
+    editor->autoWhiteBalance();
+    ASSERT_TRUE(until([&] { return editor->adjustments().temperature != 0; }));
+    EXPECT_LT(editor->adjustments().temperature, 0);  // the warm whole is cooled
+
+    editor->whitePickerActive = true;
+    editor->pickWhite({0.06, 0.1});
+    ASSERT_TRUE(until([&] { return !editor->whitePickerActive; }));
+    EXPECT_GT(editor->adjustments().temperature, 0);  // the bluish card is warmed to grey
+}
+
 TEST_F(EditorSession, AutoAndExportName) {
     openAndSettle(samples + "/three_men_night_flash.jpg");
     editor->autoAdjust();
