@@ -22,7 +22,7 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   hyperfine libimage-exiftool-perl xvfb xauth python3
   # peers the benchmarks compare against
-  libraw-bin libvips-tools time darktable rawtherapee
+  libraw-bin libvips-tools time darktable rawtherapee imagemagick
 )
 
 missing=()
