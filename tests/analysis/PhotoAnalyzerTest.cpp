@@ -7,6 +7,7 @@
 #include <QImage>
 
 #include "analysis/AutoResult.h"
+#include "analysis/Expert.h"
 #include "analysis/ImageAnalyzer.h"
 #include "analysis/PhotoAnalyzer.h"
 #include "tests/support/Fixtures.h"
@@ -129,6 +130,12 @@ TEST(PhotoAnalyzer, DegeneratePicturesGiveFiniteMeasures) {
         EXPECT_TRUE(a->stats.faces.empty());
         const Adjustments edit = autoResult({}, *a, PhotoFacts::of(source));
         EXPECT_TRUE(std::isfinite(edit.exposure));
+        // The expert editor finishes them too, with a note and finite numbers.
+        auto plan = Expert::plan(source, *a, std::nullopt, {});
+        ASSERT_TRUE(std::holds_alternative<ExpertPlan>(plan));
+        const Adjustments expert = Expert::finish(std::get<ExpertPlan>(plan), source, pipeline, {});
+        ASSERT_TRUE(expert.expertNote);
+        EXPECT_EQ(expert.withinRanges(), expert) << expert.encode();
     }
 }
 
