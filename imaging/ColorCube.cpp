@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "PixelMap.h"
+#include "Simd.h"
 #include "SrgbTransfer.h"
 
 namespace ql::img {
@@ -21,7 +22,9 @@ float clamp01(float v) {
 }  // NaN gives 0
 
 // `t` holds node coordinates in [0, dimension − 1]; writes the interpolated colour to `out`.
+// Nodes are RGBA, so one vector lerp interpolates the three channels of a node pair at once.
 inline void trilinear(const Cube& cube, const float* t, float* out) {
+    using simd::v4;
     int i[3];
     float f[3];
     for (int k = 0; k < 3; ++k) {
@@ -33,17 +36,15 @@ inline void trilinear(const Cube& cube, const float* t, float* out) {
     const float* p010 = p000 + cube.greenStride;
     const float* p001 = p000 + cube.blueStride;
     const float* p011 = p001 + cube.greenStride;
-    for (int c = 0; c < 3; ++c) {
-        const float c00 = p000[c] + f[0] * (p000[c + 4] - p000[c]);
-        const float c10 = p010[c] + f[0] * (p010[c + 4] - p010[c]);
-        const float c01 = p001[c] + f[0] * (p001[c + 4] - p001[c]);
-        const float c11 = p011[c] + f[0] * (p011[c + 4] - p011[c]);
-        const float c0 = c00 + f[1] * (c10 - c00);
-        const float c1 = c01 + f[1] * (c11 - c01);
-        out[c] = c0 + f[2] * (c1 - c0);
-    }
+    const v4 fr = simd::splat(f[0]), fg = simd::splat(f[1]), fb = simd::splat(f[2]);
+    const auto lerp = [](v4 a, v4 b, v4 w) { return a + w * (b - a); };
+    const v4 c00 = lerp(simd::load(p000), simd::load(p000 + 4), fr);
+    const v4 c10 = lerp(simd::load(p010), simd::load(p010 + 4), fr);
+    const v4 c01 = lerp(simd::load(p001), simd::load(p001 + 4), fr);
+    const v4 c11 = lerp(simd::load(p011), simd::load(p011 + 4), fr);
+    const v4 c = lerp(lerp(c00, c10, fg), lerp(c01, c11, fg), fb);
+    out[0] = c[0], out[1] = c[1], out[2] = c[2];
 }
-
 }  // namespace
 
 // Beyond the cube's domain the mapping continues along each channel's own axis with the slope of
