@@ -10,7 +10,9 @@
 #include "analysis/Expert.h"
 #include "analysis/ImageAnalyzer.h"
 #include "analysis/PhotoAnalyzer.h"
+#include "tests/support/DngWriter.h"
 #include "tests/support/Fixtures.h"
+#include "tests/support/Mosaic.h"
 
 namespace ql {
 namespace {
@@ -104,6 +106,43 @@ TEST(PhotoAnalyzer, FacesOfAGroupAndTheCache) {
     QImage decoded;
     ASSERT_TRUE(decoded.loadFromData(withJpeg->jpeg->data(), int(withJpeg->jpeg->size()), "JPG"));
     EXPECT_EQ(std::max(decoded.width(), decoded.height()), 1024);
+}
+
+TEST(PhotoAnalyzer, ARawWithTheCamerasLookMeasuresItsCastAfterTheLook) {
+    testing::TempDir dir;
+    const img::Image scene = testing::sampleMosaic(480, 320, {"three_men_night_flash.jpg"});
+    testing::DngSpec spec = testing::apscCameraSpec(480, 320);
+    const auto camera = [&](int x, int y) {
+        const img::Pixel p = scene.at(x, y);
+        return std::array<float, 3>{p.r * 0.5f, p.g * 0.9f, p.b * 0.7f};
+    };
+    testing::writeDng(dir.file("plain.dng"), spec, camera);
+    // The camera's own JPEG renders the scene much warmer than neutral.
+    spec.previewWidth = 480, spec.previewHeight = 320;
+    for (int y = 0; y < 320; ++y)
+        for (int x = 0; x < 480; ++x) {
+            const img::Pixel p = scene.at(x, y);
+            for (float c : {p.r * 1.4f, p.g, p.b * 0.6f})
+                spec.previewRGB.push_back(
+                    uint8_t(std::lround(255 * std::pow(std::clamp(c, 0.0f, 1.0f), 1 / 2.2f))));
+        }
+    testing::writeDng(dir.file("looked.dng"), spec, camera);
+
+    const Pipeline pipeline;
+    ImageSource plain(dir.file("plain.dng"), 1200);
+    const auto measured = PhotoAnalyzer(pipeline).analysis(plain, false);
+    ASSERT_TRUE(measured);
+    EXPECT_FALSE(measured->lookWarmth);  // measured by the decoder's own neutral instead
+    EXPECT_GT(measured->neutralTemperature, 2000);
+
+    ImageSource looked(dir.file("looked.dng"), 1200);
+    ASSERT_TRUE(looked.cameraLookFit());
+    const auto a = PhotoAnalyzer(pipeline).analysis(looked, false);
+    ASSERT_TRUE(a);
+    EXPECT_DOUBLE_EQ(a->neutralTemperature, looked.asShotTemperature());
+    EXPECT_DOUBLE_EQ(a->neutralTint, looked.asShotTint());
+    ASSERT_TRUE(a->lookWarmth && a->lookTint);
+    EXPECT_LT(*a->lookWarmth, -40);  // warmer than neutral, in mired: the look's cast
 }
 
 TEST(PhotoAnalyzer, DegeneratePicturesGiveFiniteMeasures) {
