@@ -170,7 +170,6 @@ void EditorModel::open(const std::string& path) {
             histogram_.reset();
             leaveZoom();
             fullOutputSize_.reset();
-            analyzer_ = std::make_unique<PhotoAnalyzer>(pipeline_);
             loadingEdits_ = false;
             emit changed();
             analyze();

@@ -264,6 +264,8 @@ class EditorModel : public QObject {
     std::optional<PhotoReport> report_;
     std::optional<PhotoAnalysis> reportAnalysis_;
     std::map<PhotoStyle, QImage> styleThumbs_;
+    // One for the session, used only on the render queue: its one-entry cache keeps the open
+    // photo's analysis, and jobs queued for an earlier photo may still be running with it.
     std::unique_ptr<PhotoAnalyzer> analyzer_;
 
     // Last: it is destroyed first, so no job outlives what it uses.
