@@ -1,6 +1,9 @@
 #include "EditorModel.h"
 
+#include <QCoreApplication>
+#include <QPointer>
 #include <QSettings>
+#include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -35,9 +38,11 @@ EditorModel::EditorModel(EditBook& book, QObject* parent)
 }
 
 EditorModel::~EditorModel() {
-    // Jobs still queued finish before the members they read go away; their results, queued to
-    // this object, are discarded with it.
+    // Jobs still queued and exports still writing finish before the members they read go away;
+    // their results, queued to this object, are discarded with it.
     queue_.reset();
+    for (QFuture<void>& f : exports_)
+        f.waitForFinished();
 }
 
 void EditorModel::say(std::optional<std::string> text) {
@@ -323,17 +328,42 @@ std::string EditorModel::exportName() const {
     return baseName(source_->url()) + "-chinh." + std::string(fileExtension(exportOptions.format));
 }
 
-bool EditorModel::exportTo(const std::string& path) {
-    if (!source_) return false;
-    flushCommit();
-    try {
-        Exporter::exportImage(*source_, adjustments_, pipeline_, exportOptions, path, std::nullopt,
-                              {}, book_.meta(source_->url()));
-        return true;
-    } catch (const std::exception&) {
-        say(localized("Không lưu được ảnh. Hãy kiểm tra lại thư mục lưu."));
-        return false;
+void EditorModel::exportTo(const std::string& path, std::function<void(bool)> done) {
+    if (!source_) {
+        if (done) done(false);
+        return;
     }
+    flushCommit();
+    isExporting_ = true;
+    emit changed();
+    // Its own thread: a full-size export takes seconds, and the canvas keeps rendering meanwhile.
+    const std::shared_ptr<ImageSource> source = source_;
+    const Adjustments edit = adjustments_;
+    const ExportOptions options = exportOptions;
+    const PhotoMeta meta = book_.meta(source_->url());
+    QPointer<EditorModel> self(this);
+    const Pipeline* pipeline = &pipeline_;
+    std::erase_if(exports_, [](const QFuture<void>& f) { return f.isFinished(); });
+    exports_.push_back(QtConcurrent::run([=] {
+        bool written = true;
+        try {
+            Exporter::exportImage(*source, edit, *pipeline, options, path, std::nullopt, {}, meta);
+        } catch (const std::exception&) {
+            written = false;
+        }
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, written, done] {
+                if (self) {
+                    self->isExporting_ = false;
+                    if (!written)
+                        self->say(localized("Không lưu được ảnh. Hãy kiểm tra lại thư mục lưu."));
+                    emit self->changed();
+                }
+                if (done) done(written);
+            },
+            Qt::QueuedConnection);
+    }));
 }
 
 }  // namespace ql

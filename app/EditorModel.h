@@ -4,6 +4,7 @@
 // calls that first check that the photo is still the one open.
 #pragma once
 
+#include <QFuture>
 #include <QImage>
 #include <QObject>
 #include <QPointF>
@@ -187,8 +188,9 @@ class EditorModel : public QObject {
     /// The name offered for saving the edited photo: its base name, "-chinh." and the format's
     /// extension.
     std::string exportName() const;
-    /// Writes the edited photo to `path` with `exportOptions`; on failure says so in `message`.
-    bool exportTo(const std::string& path);
+    /// Writes the edited photo to `path` with `exportOptions` off the main thread, `isExporting`
+    /// meanwhile; a failure says so in `message`. `done` hears whether the file was written.
+    void exportTo(const std::string& path, std::function<void(bool)> done = {});
 
     /// Waits until the render queue has run everything given so far (tests, headless use).
     void waitForQueue() { queue_->waitIdle(); }
@@ -268,6 +270,7 @@ class EditorModel : public QObject {
     // photo's analysis, and jobs queued for an earlier photo may still be running with it.
     std::unique_ptr<PhotoAnalyzer> analyzer_;
 
+    std::vector<QFuture<void>> exports_;
     // Last: it is destroyed first, so no job outlives what it uses.
     std::unique_ptr<SerialQueue> queue_;
 };

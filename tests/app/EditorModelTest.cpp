@@ -7,6 +7,7 @@
 #include <QThread>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 
 #include "app/EditorModel.h"
 #include "tests/support/Fixtures.h"
@@ -297,9 +298,18 @@ TEST_F(EditorSession, AutoAndExportName) {
     const QColor c = mono.pixelColor(mono.width() / 2, mono.height() / 2);
     EXPECT_LE(std::abs(c.red() - c.blue()), 2);
     EXPECT_EQ(editor->exportName(), "three_men_night_flash-chinh.jpg");
-    EXPECT_FALSE(editor->exportTo(dir.file("no/such/folder/x.jpg")));
+    std::optional<bool> written;
+    editor->exportTo(dir.file("no/such/folder/x.jpg"), [&](bool ok) { written = ok; });
+    EXPECT_TRUE(editor->isExporting());
+    ASSERT_TRUE(until([&] { return written.has_value(); }));
+    EXPECT_FALSE(*written);
+    EXPECT_FALSE(editor->isExporting());
     EXPECT_EQ(*editor->message(), "Không lưu được ảnh. Hãy kiểm tra lại thư mục lưu.");
-    EXPECT_TRUE(editor->exportTo(dir.file("x.jpg")));
+    written.reset();
+    editor->exportTo(dir.file("x.jpg"), [&](bool ok) { written = ok; });
+    ASSERT_TRUE(until([&] { return written.has_value(); }));
+    EXPECT_TRUE(*written);
+    EXPECT_TRUE(std::filesystem::exists(dir.file("x.jpg")));
 }
 
 }  // namespace
