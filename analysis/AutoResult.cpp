@@ -9,14 +9,7 @@
 namespace ql {
 
 Adjustments keepingNonTone(const Adjustments& from) {
-    Adjustments a;
-    a.quarterTurns = from.quarterTurns;
-    a.flipHorizontal = from.flipHorizontal;
-    a.perspectiveVertical = from.perspectiveVertical;
-    a.perspectiveHorizontal = from.perspectiveHorizontal;
-    a.rotation = from.rotation;
-    a.crop = from.crop;
-    a.cropAspect = from.cropAspect;
+    Adjustments a = Adjustments{}.taking({SettingsGroup::geometry}, from);
     a.sharpening = from.sharpening;
     a.noiseReduction = from.noiseReduction;
     a.backdrop = from.backdrop;

@@ -12,6 +12,7 @@
 #include "PhotoStyleApply.h"
 #include "PixelBuffer.h"
 #include "WhiteBalanceCorrection.h"
+#include "render/Develop.h"
 
 namespace ql::Expert {
 namespace {
@@ -195,17 +196,8 @@ Adjustments review(Adjustments a, const ImageStats& original, const std::vector<
     std::set<std::string> fixes;
     for (int round = 0; round < 3; ++round) {
         // Measured without geometry: what is cropped away must not change the verdict.
-        Adjustments flat = a;
-        flat.crop.reset();
-        flat.cropAspect = CropAspect::original;
-        flat.quarterTurns = 0, flat.flipHorizontal = false;
-        flat.perspectiveVertical = flat.perspectiveHorizontal = flat.rotation = 0;
-        const img::Image mask = source.maskIfNeeded(flat, base);
-        const auto faceMasks = source.facesIfNeeded(flat, base);
-        const img::Image rendered =
-            pipeline.apply(flat, base, source.isRAW(), source.cameraLUT(), true, mask,
-                           faceMasks ? &*faceMasks : nullptr, {});
-        const auto buffer = PixelBuffer::make(rendered, kReviewSide);
+        const Adjustments flat = a.taking({SettingsGroup::geometry}, Adjustments::defaults());
+        const auto buffer = PixelBuffer::make(develop(source, pipeline, flat, base), kReviewSide);
         if (!buffer) break;
         const ImageStats result = ImageAnalyzer::stats(*buffer);
 

@@ -72,11 +72,11 @@ ImageStats stats(const PixelBuffer& buffer) {
         double q;
         double ImageStats::*field;
     };
-    static constexpr Wanted wanted[] = {
-        {0.005, &ImageStats::p05}, {0.01, &ImageStats::p1},  {0.05, &ImageStats::p5},
-        {0.1, &ImageStats::p10},   {0.5, &ImageStats::p50},  {0.9, &ImageStats::p90},
-        {0.95, &ImageStats::p95},  {0.98, &ImageStats::p98}, {0.99, &ImageStats::p99},
-        {0.995, &ImageStats::p995}};
+    static constexpr Wanted wanted[] = {{0.005, &ImageStats::p05}, {0.01, &ImageStats::p1},
+                                        {0.05, &ImageStats::p5},   {0.1, &ImageStats::p10},
+                                        {0.5, &ImageStats::p50},   {0.9, &ImageStats::p90},
+                                        {0.95, &ImageStats::p95},  {0.98, &ImageStats::p98},
+                                        {0.99, &ImageStats::p99},  {0.995, &ImageStats::p995}};
     size_t from = 0;
     for (const Wanted& w : wanted) {
         const size_t at = percentileIndex(n, w.q);

@@ -8,6 +8,7 @@
 #include "PixelBuffer.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/codec/JpegCodec.h"
+#include "render/Develop.h"
 #include "render/Straighten.h"
 
 namespace ql {
@@ -31,8 +32,7 @@ std::optional<PhotoAnalysis> PhotoAnalyzer::analysis(ImageSource& source, bool w
     const Adjustments& plain = Adjustments::defaults();
     const img::Image base = source.previewBase(plain);
     if (base.empty()) return std::nullopt;
-    const img::Image rendered =
-        pipeline_.apply(plain, base, source.isRAW(), source.cameraLUT(), true, {}, nullptr, {});
+    const img::Image rendered = develop(source, pipeline_, plain, base);
     auto buffer = PixelBuffer::make(rendered, kMeasureSide);
     if (!buffer) return std::nullopt;
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <new>
 
+#include "Develop.h"
 #include "ExportMetadata.h"
 #include "ImageWriter.h"
 #include "Watermark.h"
@@ -50,13 +51,8 @@ img::Image limited(const img::Image& picture, const ExportOptions& options,
 img::Image render(ImageSource& source, const Adjustments& adjustments, const Pipeline& pipeline,
                   const ExportOptions& options, const std::optional<Watermark>& watermark,
                   const img::Execution& exec) {
-    // Only the masks the edit uses are made; the photo's people are found once and drawn at
-    // the base's size.
-    const auto develop = [&](const img::Image& base) {
-        const img::Image person = source.maskIfNeeded(adjustments, base);
-        const std::optional<FaceMasks> faces = source.facesIfNeeded(adjustments, base);
-        return pipeline.apply(adjustments, base, source.isRAW(), source.cameraLUT(), true,
-                              person, faces ? &*faces : nullptr, {}, exec);
+    const auto developed = [&](const img::Image& base) {
+        return develop(source, pipeline, adjustments, base, true, exec);
     };
     std::string error;
     img::Image picture;
@@ -68,7 +64,7 @@ img::Image render(ImageSource& source, const Adjustments& adjustments, const Pip
     if (needed >= 1 && needed < source.fullSize().longEdge()) {
         const img::Image reduced = source.reducedBase(adjustments, int(std::ceil(needed)), &error);
         if (!reduced.empty() && reduced.longEdge() < source.fullSize().longEdge()) {
-            picture = develop(reduced);
+            picture = developed(reduced);
             if (picture.longEdge() < needed) picture = {};
         }
     }
@@ -79,7 +75,7 @@ img::Image render(ImageSource& source, const Adjustments& adjustments, const Pip
             throw ExportError(ExportError::Code::fileReadCorruptFile,
                               "cannot read \"" + source.url() + "\": " + error);
         }
-        picture = develop(base);
+        picture = developed(base);
     }
     if (picture.empty() && !exec.cancelled())
         throw ExportError(ExportError::Code::fileWriteUnknown, "the edit gave no picture");

@@ -10,6 +10,7 @@
 #include "analysis/Expert.h"
 #include "analysis/ImageAnalyzer.h"
 #include "analysis/PhotoAnalyzer.h"
+#include "render/Develop.h"
 #include "tests/support/DngWriter.h"
 #include "tests/support/Fixtures.h"
 #include "tests/support/Mosaic.h"
@@ -55,11 +56,7 @@ void expectFinite(const PhotoAnalysis& a, const std::string& what) {
 }
 
 double clippingOf(ImageSource& source, const Adjustments& edit, const Pipeline& pipeline) {
-    const img::Image base = source.previewBase(edit);
-    const img::Image mask = source.maskIfNeeded(edit, base);
-    const auto faces = source.facesIfNeeded(edit, base);
-    const img::Image out = pipeline.apply(edit, base, source.isRAW(), source.cameraLUT(), true,
-                                          mask, faces ? &*faces : nullptr, {});
+    const img::Image out = develop(source, pipeline, edit, source.previewBase(edit));
     return ImageAnalyzer::stats(*PixelBuffer::make(out, 640)).clippedHighlights;
 }
 
