@@ -93,22 +93,20 @@ void EditorModel::restore(const Adjustments& value) {
 }
 
 void EditorModel::undo() {
-    flushCommit();
-    strokeRedo_.clear();
-    if (undoStack_.empty()) return;
-    const Adjustments popped = undoStack_.back();
-    undoStack_.pop_back();
-    redoStack_.push_back(adjustments_);
-    restore(popped);
+    stepHistory(undoStack_, redoStack_);
 }
 
 void EditorModel::redo() {
+    stepHistory(redoStack_, undoStack_);
+}
+
+void EditorModel::stepHistory(std::vector<Adjustments>& from, std::vector<Adjustments>& to) {
     flushCommit();
     strokeRedo_.clear();
-    if (redoStack_.empty()) return;
-    const Adjustments popped = redoStack_.back();
-    redoStack_.pop_back();
-    undoStack_.push_back(adjustments_);
+    if (from.empty()) return;
+    const Adjustments popped = from.back();
+    from.pop_back();
+    to.push_back(adjustments_);
     restore(popped);
 }
 

@@ -206,6 +206,8 @@ class EditorModel : public QObject {
     struct RenderResult;
     void scheduleCommit();
     void restore(const Adjustments& value);
+    /// Undo and redo: the newest state of `from` becomes the edit, the edit goes onto `to`.
+    void stepHistory(std::vector<Adjustments>& from, std::vector<Adjustments>& to);
     void saveToBook();
     void say(std::optional<std::string> text);
     void setStrokes(const Uuid& layer, std::vector<BrushStroke> strokes);

@@ -6,6 +6,7 @@
 #include "imaging/ColorMatrix.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/draw/QtImage.h"
+#include "render/Develop.h"
 #include "render/Geometry.h"
 
 namespace ql {
@@ -15,16 +16,6 @@ struct Rendered {
     QImage image;
     bool ok = false;
 };
-
-/// The edit applied to its base with the masks it needs, as 8-bit sRGB.
-img::Image develop(ImageSource& source, const Pipeline& pipeline, const Adjustments& edit,
-                   const img::Image& base, bool cropping) {
-    if (base.empty()) return {};
-    const img::Image mask = source.maskIfNeeded(edit, base);
-    const auto faces = source.facesIfNeeded(edit, base);
-    return pipeline.apply(edit, base, source.isRAW(), source.cameraLUT(), cropping, mask,
-                          faces ? &*faces : nullptr, {});
-}
 
 /// The person mask as the red tint of the canvas overlay.
 QImage personTint(ImageSource& source, const Adjustments& edit, const img::Image& base) {

@@ -13,29 +13,6 @@
 namespace ql {
 namespace {
 
-CropAspect transposed(CropAspect a) {
-    switch (a) {
-        case CropAspect::r4x5:
-            return CropAspect::r5x4;
-        case CropAspect::r5x4:
-            return CropAspect::r4x5;
-        case CropAspect::r2x3:
-            return CropAspect::r3x2;
-        case CropAspect::r3x2:
-            return CropAspect::r2x3;
-        case CropAspect::r3x4:
-            return CropAspect::r4x3;
-        case CropAspect::r4x3:
-            return CropAspect::r3x4;
-        case CropAspect::r9x16:
-            return CropAspect::r16x9;
-        case CropAspect::r16x9:
-            return CropAspect::r9x16;
-        default:
-            return a;
-    }
-}
-
 constexpr std::array<std::string_view, 5> layerNames{"Chuyển sắc", "Vùng tròn", "Cọ vẽ",
                                                      "Vùng sáng", "Bầu trời"};
 

@@ -94,14 +94,8 @@ std::string EditorModel::zoomText() const {
 
 Adjustments EditorModel::beforeAdjustments() const {
     if (compareSnapshot_) return compareSnapshot_->adjustments;
-    Adjustments before;
-    before.quarterTurns = adjustments_.quarterTurns;
-    before.flipHorizontal = adjustments_.flipHorizontal;
-    before.perspectiveVertical = adjustments_.perspectiveVertical;
-    before.perspectiveHorizontal = adjustments_.perspectiveHorizontal;
-    before.rotation = adjustments_.rotation;
-    before.crop = adjustments_.crop;
-    before.cropAspect = adjustments_.cropAspect;
+    // The same framing before and after.
+    Adjustments before = Adjustments{}.taking({SettingsGroup::geometry}, adjustments_);
     before.profile = adjustments_.profile;
     return before;
 }

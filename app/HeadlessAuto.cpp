@@ -62,10 +62,7 @@ int runAuto(const Arguments& args, Console& console) {
             console.out << (i ? ", " : "") << list[i].label << " " << list[i].to;
         console.out << "\n";
 
-        ExportOptions options;
-        options.quality = 92;
-        options.limitSize = true;
-        options.longEdge = 700;
+        const ExportOptions options{ExportFormat::jpeg, 92, true, 700};
         Exporter::exportImage(source, result, pipeline, options, args[1], std::nullopt, {},
                               PhotoMeta{});
         return exitDone;

@@ -15,10 +15,7 @@ int run(const Arguments& args, Console& console) {
     const std::filesystem::path folder = args[0];
     const Pipeline pipeline;
     const ExpertOptions options;
-    ExportOptions exportOptions;
-    exportOptions.quality = 92;
-    exportOptions.limitSize = true;
-    exportOptions.longEdge = 700;
+    const ExportOptions exportOptions{ExportFormat::jpeg, 92, true, 700};
 
     const std::vector<std::string> files(args.begin() + 1, args.end());
     for (const auto& moment : Expert::moments(files, std::chrono::seconds(120))) {

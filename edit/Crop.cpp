@@ -1,5 +1,7 @@
 #include "Crop.h"
 
+#include <utility>
+
 namespace ql {
 
 std::optional<double> ratio(CropAspect aspect, double original) {
@@ -28,6 +30,17 @@ std::optional<double> ratio(CropAspect aspect, double original) {
             return 16.0 / 9.0;
     }
     return std::nullopt;
+}
+
+CropAspect transposed(CropAspect aspect) {
+    using A = CropAspect;
+    static constexpr std::pair<A, A> partners[] = {
+        {A::r4x5, A::r5x4}, {A::r2x3, A::r3x2}, {A::r3x4, A::r4x3}, {A::r9x16, A::r16x9}};
+    for (const auto& [a, b] : partners) {
+        if (aspect == a) return b;
+        if (aspect == b) return a;
+    }
+    return aspect;
 }
 
 }  // namespace ql

@@ -39,4 +39,7 @@ struct EnumNames<CropAspect> {
 /// Width over height: absent for `free`, the picture's own ratio for `original`.
 std::optional<double> ratio(CropAspect aspect, double original);
 
+/// The same shape turned a quarter: 4 : 5 for 5 : 4 and so on; the others are their own.
+CropAspect transposed(CropAspect aspect);
+
 }  // namespace ql
