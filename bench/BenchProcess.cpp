@@ -14,6 +14,19 @@ namespace ql::bench {
 
 using Clock = std::chrono::steady_clock;
 
+WorkFolder::WorkFolder(int argc, char** argv, const std::string& name)
+    : path_(argc >= 2 ? std::filesystem::path(argv[1])
+                      : std::filesystem::temp_directory_path() /
+                            ("ql-bench-" + name + "-" + std::to_string(getpid()))),
+      own_(argc < 2) {
+    std::filesystem::create_directories(path_);
+}
+
+WorkFolder::~WorkFolder() {
+    std::error_code ignored;
+    if (own_) std::filesystem::remove_all(path_, ignored);
+}
+
 // A child's own rusage would count this process's pictures, which it inherits until exec; GNU time
 // measures the command alone.
 Run spawn(std::vector<std::string> argv) {

@@ -1,11 +1,28 @@
 // Timing whole processes and in-process work for the peer comparisons.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace ql::bench {
+
+/// Where a benchmark writes its files: the folder named by its first argument, kept afterwards,
+/// or else a fresh folder "ql-bench-<name>-<pid>" under the temporary folder, removed with
+/// everything in it when this goes.
+class WorkFolder {
+  public:
+    WorkFolder(int argc, char** argv, const std::string& name);
+    ~WorkFolder();
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+    bool own_;
+};
 
 struct Run {
     double seconds = 0;

@@ -6,7 +6,6 @@
 // photos of the sample shoot at their native size and reports photos per minute.
 //
 // Usage: ql_bench_analysis [work-folder]   (default: a folder under /tmp, removed at the end)
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -22,11 +21,8 @@ int main(int argc, char** argv) {
     using namespace ql;
     using namespace ql::bench;
     namespace fs = std::filesystem;
-    const bool own = argc < 2;
-    const fs::path dir =
-        own ? fs::temp_directory_path() / ("ql-bench-analysis-" + std::to_string(getpid()))
-            : fs::path(argv[1]);
-    fs::create_directories(dir);
+    const bench::WorkFolder work(argc, argv, "analysis");
+    const fs::path& dir = work.path();
     const BenchPhotos photos = writeBenchPhotos(dir);
     const Pipeline pipeline;
 
@@ -74,6 +70,5 @@ int main(int argc, char** argv) {
     std::printf("quillarium --expert over %zu photos of the sample shoot\n", command.size() - 3);
     row("  whole run", expert);
     std::printf("  %.1f photos per minute\n", double(command.size() - 3) / expert.seconds * 60);
-    if (own) fs::remove_all(dir);
     return 0;
 }

@@ -17,7 +17,6 @@
 // Usage: ql_bench_auto_quality [work-folder [photo-folder...]]
 // (default work folder: one under /tmp, removed at the end; photos of further folders join the
 // set, a file name already seen counting once)
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -37,6 +36,7 @@
 #include "imaging/codec/FileBytes.h"
 #include "imaging/codec/ImageDecode.h"
 #include "imaging/codec/TiffCodec.h"
+#include "render/Develop.h"
 #include "tests/support/ColourDifference.h"
 #include "vision/PersonMask.h"
 
@@ -130,21 +130,14 @@ img::Image autoCorrected(const std::string& path, const Pipeline& pipeline) {
     const auto analysis = PhotoAnalyzer(pipeline).analysis(source, false);
     if (!analysis) return {};
     const Adjustments edit = autoResult({}, *analysis, PhotoFacts::of(source));
-    const img::Image base = source.previewBase(edit);
-    const img::Image mask = source.maskIfNeeded(edit, base);
-    const auto faces = source.facesIfNeeded(edit, base);
-    return pipeline.apply(edit, base, source.isRAW(), source.cameraLUT(), true, mask,
-                          faces ? &*faces : nullptr, {});
+    return develop(source, pipeline, edit, source.previewBase(edit));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool own = argc < 2;
-    const fs::path dir =
-        own ? fs::temp_directory_path() / ("ql-bench-auto-" + std::to_string(getpid()))
-            : fs::path(argv[1]);
-    fs::create_directories(dir);
+    const bench::WorkFolder work(argc, argv, "auto");
+    const fs::path& dir = work.path();
 
     std::vector<std::string> folders{QL_SAMPLES_DIR, QL_LABELLED_DIR};
     for (int i = 2; i < argc; ++i)
@@ -229,6 +222,5 @@ int main(int argc, char** argv) {
     }
     std::printf("the correction reduces the error for every damage: %s\n",
                 allReduced ? "yes" : "NO");
-    if (own) fs::remove_all(dir);
     return 0;
 }

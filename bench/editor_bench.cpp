@@ -6,7 +6,6 @@
 // ever in flight at once.
 //
 // Usage: ql_bench_editor [work-folder]   (default: a folder under /tmp, removed at the end)
-#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -16,17 +15,15 @@
 #include <filesystem>
 
 #include "BenchPhotos.h"
+#include "BenchProcess.h"
 #include "app/EditorModel.h"
 
 int main(int argc, char** argv) {
     using namespace ql;
     namespace fs = std::filesystem;
     QCoreApplication app(argc, argv);
-    const bool own = argc < 2;
-    const fs::path dir =
-        own ? fs::temp_directory_path() / ("ql-bench-editor-" + std::to_string(getpid()))
-            : fs::path(argv[1]);
-    fs::create_directories(dir);
+    const bench::WorkFolder work(argc, argv, "editor");
+    const fs::path& dir = work.path();
     ::setenv("XDG_DATA_HOME", (dir / "data").c_str(), 1);
     const bench::BenchPhotos photos = bench::writeBenchPhotos(dir);
 
@@ -76,6 +73,5 @@ int main(int argc, char** argv) {
             round + 1, renders, published - publishedBefore, (lastPublished - lastWrite) / 1e6,
             editor.mostRendersInFlight());
     }
-    if (own) fs::remove_all(dir);
     return 0;
 }

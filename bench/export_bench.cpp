@@ -7,7 +7,6 @@
 // `rawtherapee-cli` of the DNG at 2048 pixels and at full size, with their default processing.
 //
 // Usage: ql_bench_export [work-folder]   (default: a folder under /tmp, removed at the end)
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -63,11 +62,8 @@ void compare(const char* what, const Run& ours, std::initializer_list<Peer> peer
 int main(int argc, char** argv) {
     if (argc == 5 && std::string(argv[1]) == "--export-child")
         return exportLimited(argv[2], argv[3], std::atof(argv[4]));
-    const bool own = argc < 2;
-    const fs::path dir =
-        own ? fs::temp_directory_path() / ("ql-bench-export-" + std::to_string(getpid()))
-            : fs::path(argv[1]);
-    fs::create_directories(dir);
+    const bench::WorkFolder work(argc, argv, "export");
+    const fs::path& dir = work.path();
     const std::string exe = QUILLARIUM_EXE;
     const std::string self = fs::canonical("/proc/self/exe").string();
     const BenchPhotos photos = writeBenchPhotos(dir);
@@ -131,6 +127,5 @@ int main(int argc, char** argv) {
         }
         compare("--render to a 16-bit TIFF", tiff, {}, 0);
     }
-    if (own) fs::remove_all(dir);
     return 0;
 }

@@ -7,7 +7,6 @@
 // reference points on the same files, `dcraw_emu -h`, `dcraw_emu` and `vips copy`.
 //
 // Usage: ql_bench_open [work-folder]   (default: a folder under /tmp, removed at the end)
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -21,11 +20,8 @@ int main(int argc, char** argv) {
     using namespace ql;
     using namespace ql::bench;
     namespace fs = std::filesystem;
-    const bool own = argc < 2;
-    const fs::path dir =
-        own ? fs::temp_directory_path() / ("ql-bench-open-" + std::to_string(getpid()))
-            : fs::path(argv[1]);
-    fs::create_directories(dir);
+    const bench::WorkFolder work(argc, argv, "open");
+    const fs::path& dir = work.path();
     const std::string exe = QUILLARIUM_EXE;
 
     const BenchPhotos photos = writeBenchPhotos(dir);
@@ -66,6 +62,5 @@ int main(int argc, char** argv) {
         }
         std::printf("  render peak memory %.0f MB (target <= 1200)\n\n", render.peakKB / 1024.0);
     }
-    if (own) fs::remove_all(dir);
     return 0;
 }
