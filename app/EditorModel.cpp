@@ -280,43 +280,46 @@ void EditorModel::setReport(PhotoReport report, PhotoAnalysis analysis,
     styleThumbs_ = std::move(thumbs);
 }
 
+void EditorModel::withAnalysis(std::function<void(const PhotoAnalysis&)> use) {
+    if (!source_) return;
+    const std::shared_ptr<ImageSource> source = source_;
+    PhotoAnalyzer* analyzer = analyzer_.get();
+    onQueue<std::optional<PhotoAnalysis>>(
+        [source, analyzer] { return analyzer->analysis(*source, false); },
+        [this, source, use](std::optional<PhotoAnalysis> analysis) {
+            if (source != source_) return;
+            if (!analysis) {
+                say(localized("Không đọc được ảnh để phân tích."));
+                return;
+            }
+            use(*analysis);
+        });
+}
+
 void EditorModel::autoAdjust() {
     if (!source_) return;
     isAutoRunning_ = true;
     emit changed();
-    const std::shared_ptr<ImageSource> source = source_;
-    PhotoAnalyzer* analyzer = analyzer_.get();
-    onQueue<std::optional<PhotoAnalysis>>(
-        [source, analyzer] { return analyzer->analysis(*source, false); },
-        [this, source](std::optional<PhotoAnalysis> analysis) {
-            if (source != source_) return;
-            isAutoRunning_ = false;
-            if (!analysis) {
-                say(localized("Không đọc được ảnh để phân tích."));
-                return;
-            }
-            setAdjustments(autoResult(adjustments_, *analysis, PhotoFacts::of(*source_)));
-            say(localized("Đã chỉnh tự động. Bấm Ctrl+Z nếu muốn quay lại."));
-        });
+    withAnalysis([this](const PhotoAnalysis& analysis) {
+        setAdjustments(autoResult(adjustments_, analysis, PhotoFacts::of(*source_)));
+        say(localized("Đã chỉnh tự động. Bấm Ctrl+Z nếu muốn quay lại."));
+    });
+    // Queued after the analysis, so it lands after its result: the mark clears whatever
+    // happened, a result, a failure, or another photo opened meanwhile.
+    onQueue<bool>([] { return true; },
+                  [this](bool) {
+                      isAutoRunning_ = false;
+                      emit changed();
+                  });
 }
 
 void EditorModel::applyStyle(PhotoStyle style, double strength) {
-    if (!source_) return;
-    const std::shared_ptr<ImageSource> source = source_;
-    PhotoAnalyzer* analyzer = analyzer_.get();
-    onQueue<std::optional<PhotoAnalysis>>(
-        [source, analyzer] { return analyzer->analysis(*source, false); },
-        [this, source, style, strength](std::optional<PhotoAnalysis> analysis) {
-            if (source != source_) return;
-            if (!analysis) {
-                say(localized("Không đọc được ảnh để phân tích."));
-                return;
-            }
-            Adjustments base = adjustments_;
-            base.style = style;
-            base.styleStrength = strength;
-            setAdjustments(autoResult(base, *analysis, PhotoFacts::of(*source_)));
-        });
+    withAnalysis([this, style, strength](const PhotoAnalysis& analysis) {
+        Adjustments base = adjustments_;
+        base.style = style;
+        base.styleStrength = strength;
+        setAdjustments(autoResult(base, analysis, PhotoFacts::of(*source_)));
+    });
 }
 
 // --- Export --------------------------------------------------------------------------------

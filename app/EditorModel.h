@@ -211,6 +211,10 @@ class EditorModel : public QObject {
     void saveToBook();
     void say(std::optional<std::string> text);
     void setStrokes(const Uuid& layer, std::vector<BrushStroke> strokes);
+    /// The strokes of a layer, or the heal strokes for `healKey`.
+    std::vector<BrushStroke> strokesOf(const Uuid& layer) const;
+    /// Runs `use` with the open photo's analysis on the main thread, or says it can't be made.
+    void withAnalysis(std::function<void(const PhotoAnalysis&)> use);
     /// Sets the white balance that makes `measure` of the picture neutral (the RAW decoder's
     /// kelvin and tint, or the sliders of a non-RAW photo).
     void whiteBalanceFrom(const Adjustments& edit,

@@ -201,20 +201,21 @@ void EditorModel::addLayerStroke(const BrushStroke& stroke, const Uuid& layer) {
 void EditorModel::addHeal(const BrushStroke& stroke) {
     // The healing source is chosen by the healer, which arrives with the retouch tools; until
     // then a stroke keeps the source it came with.
-    std::vector<BrushStroke> heals = adjustments_.heals;
+    std::vector<BrushStroke> heals = strokesOf(healKey);
     heals.push_back(stroke);
     strokeRedo_[healKey].clear();
     setStrokes(healKey, std::move(heals));
 }
 
+std::vector<BrushStroke> EditorModel::strokesOf(const Uuid& layer) const {
+    if (layer == healKey) return adjustments_.heals;
+    for (const MaskLayer& l : adjustments_.layers)
+        if (l.id == layer) return l.strokes;
+    return {};
+}
+
 void EditorModel::undoStroke(const Uuid& layer) {
-    std::vector<BrushStroke> strokes;
-    if (layer == healKey) {
-        strokes = adjustments_.heals;
-    } else {
-        for (const MaskLayer& l : adjustments_.layers)
-            if (l.id == layer) strokes = l.strokes;
-    }
+    std::vector<BrushStroke> strokes = strokesOf(layer);
     if (strokes.empty()) return;
     strokeRedo_[layer].push_back(strokes.back());
     strokes.pop_back();
@@ -224,13 +225,7 @@ void EditorModel::undoStroke(const Uuid& layer) {
 void EditorModel::redoStroke(const Uuid& layer) {
     auto& redo = strokeRedo_[layer];
     if (redo.empty()) return;
-    std::vector<BrushStroke> strokes;
-    if (layer == healKey) {
-        strokes = adjustments_.heals;
-    } else {
-        for (const MaskLayer& l : adjustments_.layers)
-            if (l.id == layer) strokes = l.strokes;
-    }
+    std::vector<BrushStroke> strokes = strokesOf(layer);
     strokes.push_back(redo.back());
     redo.pop_back();
     setStrokes(layer, std::move(strokes));
