@@ -208,10 +208,16 @@ void EditorModel::runAutorun() {
 
 namespace {
 
-/// The photo in every look over its automatic correction, small.
+/// The photo in every look over its automatic correction, small. All of them start from one
+/// shrunk copy of the current base: a RAW's looks keep the current white balance, because a new
+/// one would mean a development per look and would push the editor's proxy out of its cache.
 std::map<PhotoStyle, QImage> styleThumbnails(ImageSource& source, const Pipeline& pipeline,
                                              const PhotoAnalysis& analysis,
                                              const Adjustments& current) {
+    const img::Image base = source.previewBase(current);
+    if (base.empty()) return {};
+    const double scale = std::min(1.0, double(EditorModel::kStyleThumbLongEdge) / base.longEdge());
+    const img::Image small = img::lanczosScale(base, {float(scale), 1});
     std::map<PhotoStyle, QImage> thumbs;
     const PhotoFacts facts = PhotoFacts::of(source);
     for (const PhotoStyle style : allCases<PhotoStyle>()) {
@@ -219,11 +225,8 @@ std::map<PhotoStyle, QImage> styleThumbnails(ImageSource& source, const Pipeline
         edit.style = style;
         edit.styleStrength = 100;
         edit = autoResult(edit, analysis, facts);
-        const img::Image base = source.previewBase(edit);
-        if (base.empty()) break;
-        const double scale =
-            std::min(1.0, double(EditorModel::kStyleThumbLongEdge) / base.longEdge());
-        const img::Image small = img::lanczosScale(base, {float(scale), 1});
+        edit.rawTemperature = current.rawTemperature;
+        edit.rawTint = current.rawTint;
         // Masks are left out: at this size a look reads the same without the people's edit.
         thumbs[style] = img::toQImage(
             pipeline.apply(edit, small, source.isRAW(), source.cameraLUT(), true, {}, nullptr, {}));

@@ -282,6 +282,19 @@ TEST_F(EditorSession, WhiteBalanceFromThePictureAndFromAPickedPatch) {
     EXPECT_GT(editor->adjustments().temperature, 0);  // the bluish card is warmed to grey
 }
 
+TEST_F(EditorSession, TheAnalysisLeavesARawsProxyInItsCache) {
+    openAndSettle(samples + "/colorchart_canon550d.dng");
+    ASSERT_TRUE(until([&] { return editor->report().has_value(); }));
+    const int decodes = editor->source()->decodeCount();
+    editor->analyze();  // again, now that the proxy of the current edit is cached
+    ASSERT_TRUE(until([&] { return !editor->isAnalyzing(); }));
+    EXPECT_EQ(editor->styleThumbs().size(), 9u);
+    const int before = displays;
+    editor->setAdjustments(with(0.2));
+    ASSERT_TRUE(until([&] { return displays > before && !editor->rendering(); }));
+    EXPECT_EQ(editor->source()->decodeCount(), decodes);  // the white balance didn't change
+}
+
 TEST_F(EditorSession, AutoAndExportName) {
     openAndSettle(samples + "/three_men_night_flash.jpg");
     editor->autoAdjust();
