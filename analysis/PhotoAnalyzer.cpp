@@ -71,7 +71,7 @@ std::optional<PhotoAnalysis> PhotoAnalyzer::analysis(ImageSource& source, bool w
         a.lookWarmth = measured.first * 2.5;
         a.lookTint = measured.second;
     } else {
-        const auto neutral = source.rawNeutral([](const img::Image& i) { return i; }, neutralOf);
+        const auto neutral = source.rawNeutral({}, neutralOf);
         a.neutralTemperature = neutral ? neutral->temperature : source.asShotTemperature();
         a.neutralTint = neutral ? neutral->tint : source.asShotTint();
     }
