@@ -42,6 +42,15 @@ img::Image limited(const img::Image& picture, const ExportOptions& options,
     return scaled.empty() ? picture : scaled;
 }
 
+// An untouched photo delivered whole as a JPEG is its own samples encoded again: the float
+// picture between would change no code.
+bool deliveredUnchanged(const ImageSource& source, const Adjustments& adjustments,
+                        const ExportOptions& options, const std::optional<Watermark>& watermark) {
+    const bool whole = !options.limitSize || options.longEdge >= source.fullSize().longEdge();
+    return options.format == ExportFormat::jpeg && whole && !watermark && !source.isRAW() &&
+           adjustments == Adjustments{};
+}
+
 [[noreturn]] void cannotWrite(const std::string& to, const std::string& why) {
     throw ExportError(ExportError::Code::fileWriteUnknown, "cannot write \"" + to + "\": " + why);
 }
@@ -90,6 +99,20 @@ void exportImage(ImageSource& source, const Adjustments& adjustments, const Pipe
                  const ExportOptions& options, const std::string& to,
                  const std::optional<Watermark>& watermark, const std::string& copyright,
                  const std::optional<PhotoMeta>& meta, const img::Execution& exec) {
+    const img::Metadata properties =
+        exportProperties(source.properties(), copyright, meta ? &*meta : nullptr);
+    const double quality = std::isfinite(options.quality) ? options.quality : 92.0;
+    const int level = int(std::lround(std::clamp(quality, 0.0, 100.0)));
+    if (deliveredUnchanged(source, adjustments, options, watermark))
+        if (const auto jpeg = source.unchangedJpeg(jpegOptions(level), exec)) {
+            try {
+                writeEncodedJpeg(*jpeg, source.fullSize().width, source.fullSize().height, to,
+                                 properties);
+            } catch (const std::exception& e) {
+                cannotWrite(to, e.what());
+            }
+            return;
+        }
     img::Image picture;
     try {
         picture = render(source, adjustments, pipeline, options, watermark, exec);
@@ -97,12 +120,8 @@ void exportImage(ImageSource& source, const Adjustments& adjustments, const Pipe
         cannotWrite(to, "not enough memory to render this photo");
     }
     if (picture.empty()) cannotWrite(to, "the export was cancelled");
-    const img::Metadata properties =
-        exportProperties(source.properties(), copyright, meta ? &*meta : nullptr);
-    const double quality = std::isfinite(options.quality) ? options.quality : 92.0;
     try {
-        writeImage(picture, to, options.format, int(std::lround(std::clamp(quality, 0.0, 100.0))),
-                   properties, exec);
+        writeImage(picture, to, options.format, level, properties, exec);
     } catch (const std::exception& e) {
         cannotWrite(to, e.what());
     }

@@ -5,14 +5,15 @@
 #include <set>
 
 #include "CameraLook.h"
-#include "edit/PathNames.h"
 #include "edit/AppLanguage.h"
+#include "edit/PathNames.h"
 #include "imaging/BoxShrink.h"
 #include "imaging/LanczosScale.h"
 #include "imaging/Orientation.h"
 #include "imaging/codec/DecodeError.h"
 #include "imaging/codec/FileBytes.h"
 #include "imaging/codec/ImageDecode.h"
+#include "imaging/codec/JpegCodec.h"
 #include "imaging/raw/RawDecoder.h"
 #include "imaging/raw/RawNoiseReduction.h"
 
@@ -60,7 +61,6 @@ ImageSource::ImageSource(std::string path, int previewLongEdge)
 
 ImageSource::~ImageSource() = default;
 
-
 void ImageSource::openRaw() {
     try {
         raw_ = img::RawDecoder::open(url_);
@@ -88,6 +88,7 @@ void ImageSource::openPlain() {
         std::vector<uint8_t> bytes = img::readFileBytes(url_);
         const img::ImageHeader header = img::readImageHeader(bytes);
         decodedUpright_ = header.upright;
+        plainKind_ = header.kind;
         openedBytes_ = std::move(bytes);
         const bool swap = !header.upright && img::swapsAxes(orientation_);
         fullSize_ =
@@ -278,6 +279,22 @@ img::Image ImageSource::fullBaseCached(const Adjustments& adjustments) {
     while (fullCache_.size() > 2)
         fullCache_.pop_back();
     return image;
+}
+
+std::optional<std::vector<uint8_t>> ImageSource::unchangedJpeg(const img::JpegWriteOptions& options,
+                                                               const img::Execution& exec) {
+    if (isRAW_ || plainKind_ != img::FileKind::jpeg) return std::nullopt;
+    try {
+        std::vector<uint8_t> bytes;
+        {
+            std::lock_guard lock(bytesMutex_);
+            bytes = openedBytes_;
+        }
+        if (bytes.empty()) bytes = img::readFileBytes(url_);
+        return img::reencodeJpeg(bytes, orientation_, options, exec);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
 }
 
 std::optional<img::TemperatureTint> ImageSource::rawNeutral(

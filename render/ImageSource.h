@@ -20,6 +20,8 @@
 #include "imaging/ColorCube.h"
 #include "imaging/Execution.h"
 #include "imaging/Image.h"
+#include "imaging/codec/FileKind.h"
+#include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/Metadata.h"
 #include "imaging/raw/LensCorrection.h"
 #include "imaging/raw/WhiteBalance.h"
@@ -96,6 +98,12 @@ class ImageSource {
                            std::string* error = nullptr);
     /// As fullBase, remembering the two most recently used keys.
     img::Image fullBaseCached(const Adjustments& adjustments);
+    /// The whole picture, upright, encoded as a JPEG straight from the file's own 8-bit samples:
+    /// for an edit that changes no pixel, the file that decoding to the engine's pixels and
+    /// encoding them would give, at a fraction of the work. Nullopt unless the photo is a JPEG
+    /// in sRGB, and when decoding fails or `exec` is cancelled (fullBase then tells why).
+    std::optional<std::vector<uint8_t>> unchangedJpeg(const img::JpegWriteOptions& options,
+                                                      const img::Execution& exec = {});
 
     /// The RAW white balance that makes a measured patch neutral: `prepare` turns a decode
     /// (at most 480 pixels long) into what is measured, `measure` gives its mean r, g, b.
@@ -153,6 +161,7 @@ class ImageSource {
     std::optional<img::LensProfile> lensProfile_;
     img::LensShot lensShot_;
     bool decodedUpright_ = false;  // the plain decoder applies the orientation itself
+    img::FileKind plainKind_ = img::FileKind::unknown;
     std::mutex bytesMutex_;
     std::vector<uint8_t> openedBytes_;  // a plain file's bytes, until its first decode
 

@@ -1,11 +1,14 @@
 // Writing a finished picture: sRGB, upright, with its metadata.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "edit/ExportRecipe.h"
 #include "imaging/Execution.h"
 #include "imaging/Image.h"
+#include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/Metadata.h"
 
 namespace ql {
@@ -21,5 +24,12 @@ ExportFormat exportFormatForPath(const std::string& path);
 /// the reason.
 void writeImage(const img::Image& image, const std::string& path, ExportFormat format, int quality,
                 const img::Metadata& metadata, const img::Execution& exec = {});
+
+/// The options every JPEG that writeImage writes is encoded with.
+img::JpegWriteOptions jpegOptions(int quality);
+
+/// Writes an already encoded JPEG of width × height pixels with `metadata`, as writeImage does.
+void writeEncodedJpeg(const std::vector<uint8_t>& bytes, int width, int height,
+                      const std::string& path, const img::Metadata& metadata);
 
 }  // namespace ql

@@ -7,6 +7,7 @@
 
 #include <lcms2.h>
 
+#include "OutputSamples.h"
 #include "imaging/SrgbTransfer.h"
 
 namespace ql::img {
@@ -18,6 +19,7 @@ struct InputColour::State {
     std::array<std::vector<float>, 3> curves;
     std::array<float, 9> matrix{1, 0, 0, 0, 1, 0, 0, 0, 1};
     bool identity = true;
+    bool keepsCodes = false;
     // Profile path for what tables can't express (LUT-based profiles, CMYK, float samples).
     cmsHTRANSFORM transform = nullptr;
 
@@ -64,8 +66,12 @@ const std::vector<float>& srgbCurve(SampleType t) {
             table[size_t(i)] = srgbDecode(float(double(i) / (n - 1)));
         return table;
     };
-    static const std::vector<float> eightBit = build(256), sixteenBit = build(65536);
-    return t == SampleType::u8 ? eightBit : sixteenBit;
+    if (t == SampleType::u8) {
+        static const std::vector<float> eightBit = build(256);
+        return eightBit;
+    }
+    static const std::vector<float> sixteenBit = build(65536);
+    return sixteenBit;
 }
 
 void setMatrix(InputColour::State& s, const Matrix& m) {
@@ -80,6 +86,17 @@ std::shared_ptr<InputColour::State> srgbState(SampleLayout layout) {
     auto s = std::make_shared<InputColour::State>();
     s->layout = layout;
     if (layout.type != SampleType::f32) s->curves.fill(srgbCurve(layout.type));
+    return s;
+}
+
+// Decided once per file: whether every code survives the round trip through linear light.
+std::shared_ptr<InputColour::State> judged(std::shared_ptr<InputColour::State> s) {
+    const SampleLayout& l = s->layout;
+    s->keepsCodes =
+        l.type == SampleType::u8 && l.channels == 3 && !l.cmyk && !s->transform && s->identity;
+    for (size_t c = 0; c < 3 && s->keepsCodes; ++c)
+        for (int code = 0; code < 256 && s->keepsCodes; ++code)
+            s->keepsCodes = s->curves[c].size() == 256 && srgb8(s->curves[c][size_t(code)]) == code;
     return s;
 }
 
@@ -142,13 +159,13 @@ bool buildTables(InputColour::State& s, cmsHPROFILE profile) {
 }  // namespace
 
 InputColour InputColour::srgb(SampleLayout layout) {
-    return InputColour(srgbState(layout));
+    return InputColour(judged(srgbState(layout)));
 }
 
 InputColour InputColour::displayP3(SampleLayout layout) {
     auto s = srgbState(layout);
     setMatrix(*s, kP3ToLinearSrgb);
-    return InputColour(std::move(s));
+    return InputColour(judged(std::move(s)));
 }
 
 InputColour InputColour::fromIcc(std::span<const uint8_t> icc, SampleLayout layout) {
@@ -176,11 +193,15 @@ InputColour InputColour::fromIcc(std::span<const uint8_t> icc, SampleLayout layo
         }
     }
     cmsCloseProfile(profile);
-    return InputColour(std::move(s));
+    return InputColour(judged(std::move(s)));
 }
 
 bool InputColour::usesProfile() const {
     return state_->fromProfile;
+}
+
+bool InputColour::keepsEightBitCodes() const {
+    return state_->keepsCodes;
 }
 
 namespace {

@@ -39,6 +39,9 @@ class InputColour {
 
     /// True when the conversion came from the embedded profile (not the sRGB fallback).
     bool usesProfile() const;
+    /// True for opaque 8-bit RGB already in sRGB: encoding the converted pixels to 8-bit sRGB
+    /// gives back every sample exactly, so a picture nothing changes may skip the conversion.
+    bool keepsEightBitCodes() const;
 
     struct State;
 

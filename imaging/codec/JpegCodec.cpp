@@ -4,6 +4,7 @@
 #include <atomic>
 #include <csetjmp>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -16,6 +17,7 @@
 #include "DecodeError.h"
 #include "InputColour.h"
 #include "OutputSamples.h"
+#include "imaging/Orientation.h"
 
 namespace ql::img {
 namespace {
@@ -110,8 +112,10 @@ struct DecodeSession {
     jpeg_decompress_struct info{};
     ErrorManager errors;
     bool created = false;
-    std::vector<uint8_t> samples;  // decoded rows, all of them
+    std::vector<uint8_t> samples;  // decoded rows: all of them, or a ring of ringRows
     int rowBytes = 0;
+    int ringRows = 0;      // 0: every row has its own place
+    RowProgress consumed;  // with a ring: rows the reader is done with
     std::unique_ptr<InputColour> colour;
     Image image;
     RowProgress progress;
@@ -162,8 +166,9 @@ bool readHeader(DecodeSession* s, std::span<const uint8_t> bytes) {
     return true;
 }
 
-bool decode(DecodeSession* s, int reduction, bool parallel) {
-    if (setjmp(s->errors.jump)) return false;
+// The decoder's output: the file's own samples (grey, RGB or CMYK) at 1/reduction, with the
+// conversion that takes them to linear sRGB. Runs inside the caller's setjmp frame.
+void prepareSamples(DecodeSession* s, int reduction) {
     jpeg_decompress_struct& info = s->info;
     SampleLayout layout;
     switch (info.jpeg_color_space) {
@@ -185,21 +190,55 @@ bool decode(DecodeSession* s, int reduction, bool parallel) {
     checkDimensions(info.output_width, info.output_height);
     s->colour = std::make_unique<InputColour>(InputColour::fromIcc(readIcc(&info), layout));
     s->rowBytes = int(info.output_width) * layout.channels;
-    s->samples.resize(size_t(s->rowBytes) * info.output_height);
-    s->image = Image::forOverwrite(int(info.output_width), int(info.output_height));
-    s->batches = std::make_unique<RowBatches>(int(info.output_height));
+}
+
+uint8_t* sampleRow(DecodeSession* s, int y) {
+    const int slot = s->ringRows > 0 ? y % s->ringRows : y;
+    return s->samples.data() + size_t(slot) * size_t(s->rowBytes);
+}
+
+// Decodes every row into s->samples, publishing each batch when another thread waits on them.
+// With a ring, a row's place is reused only once the reader has consumed the row before; a
+// reader that stops stops the decoding too. Runs inside the caller's setjmp frame.
+void readRows(DecodeSession* s, bool publish) {
+    jpeg_decompress_struct& info = s->info;
+    const int rows = s->ringRows > 0 ? s->ringRows : int(info.output_height);
+    s->samples.resize(size_t(s->rowBytes) * size_t(rows));
     jpeg_start_decompress(&info);
-    if (parallel) s->converter = std::jthread(convertRows, s);
+    int consumed = 0;
     while (info.output_scanline < info.output_height) {
-        JSAMPROW rows[16];
-        const int want = std::min<int>(16, int(info.output_height - info.output_scanline));
+        JSAMPROW batch[16];
+        const int first = int(info.output_scanline);
+        const int want = std::min<int>(16, int(info.output_height) - first);
+        while (s->ringRows > 0 && first + want - s->ringRows > consumed)
+            if ((consumed = s->consumed.waitBeyond(consumed)) < 0) return;
         for (int i = 0; i < want; ++i)
-            rows[i] = s->samples.data() +
-                      size_t(info.output_scanline + unsigned(i)) * size_t(s->rowBytes);
-        jpeg_read_scanlines(&info, rows, JDIMENSION(want));
-        if (parallel) s->progress.publish(int(info.output_scanline));
+            batch[i] = sampleRow(s, first + i);
+        jpeg_read_scanlines(&info, batch, JDIMENSION(want));
+        if (publish) s->progress.publish(int(info.output_scanline));
     }
     jpeg_finish_decompress(&info);
+}
+
+bool prepare(DecodeSession* s, int reduction) {
+    if (setjmp(s->errors.jump)) return false;
+    prepareSamples(s, reduction);
+    return true;
+}
+
+bool readAll(DecodeSession* s, bool publish) {
+    if (setjmp(s->errors.jump)) return false;
+    readRows(s, publish);
+    return true;
+}
+
+bool decode(DecodeSession* s, bool parallel) {
+    if (setjmp(s->errors.jump)) return false;
+    const jpeg_decompress_struct& info = s->info;
+    s->image = Image::forOverwrite(int(info.output_width), int(info.output_height));
+    s->batches = std::make_unique<RowBatches>(int(info.output_height));
+    if (parallel) s->converter = std::jthread(convertRows, s);
+    readRows(s, parallel);
     return true;
 }
 
@@ -229,7 +268,8 @@ Image decodeJpeg(std::span<const uint8_t> bytes, int reduction, const Execution&
     if (!readHeader(s.get(), bytes)) throw DecodeError(s->errors.message);
     checkDimensions(s->info.image_width, s->info.image_height);
     const bool parallel = exec.threadCount() > 1;
-    if (!decode(s.get(), reduction, parallel)) throw DecodeError(s->errors.message);
+    if (!prepare(s.get(), reduction) || !decode(s.get(), parallel))
+        throw DecodeError(s->errors.message);
     // The decoder is done: this thread takes its share of the conversion from the bottom.
     for (int b; (b = s->batches->takeBottom()) >= 0;)
         convertBatch(s.get(), b);
@@ -249,6 +289,7 @@ struct EncodeSession {
     std::vector<uint8_t> samples;
     std::unique_ptr<RowBatches> batches;
     std::jthread converter;
+    bool stopped = false;
 
     ~EncodeSession() {
         if (converter.joinable()) converter.join();
@@ -270,14 +311,17 @@ void quantizeRows(EncodeSession* s, const Image* image) {
         quantizeBatch(s, image, b);
 }
 
-bool encode(EncodeSession* s, const Image* image, const JpegWriteOptions* o, bool parallel) {
+// Compresses width × height 8-bit RGB rows that `rowAt(y)` hands over in order; a null row
+// stops the work (s->stopped).
+template <typename Rows>
+bool encode(EncodeSession* s, int width, int height, const JpegWriteOptions* o, Rows& rowAt) {
     if (setjmp(s->errors.jump)) return false;
     jpeg_compress_struct& info = s->info;
     jpeg_create_compress(&info);
     s->created = true;
     jpeg_mem_dest(&info, &s->buffer, &s->size);
-    info.image_width = JDIMENSION(image->width());
-    info.image_height = JDIMENSION(image->height());
+    info.image_width = JDIMENSION(width);
+    info.image_height = JDIMENSION(height);
     info.input_components = 3;
     info.in_color_space = JCS_RGB;
     jpeg_set_defaults(&info);
@@ -292,23 +336,47 @@ bool encode(EncodeSession* s, const Image* image, const JpegWriteOptions* o, boo
     if (!o->exif.empty() && o->exif.size() <= 65533)
         jpeg_write_marker(&info, JPEG_APP0 + 1, o->exif.data(), unsigned(o->exif.size()));
     if (!o->icc.empty()) jpeg_write_icc_profile(&info, o->icc.data(), unsigned(o->icc.size()));
-    const int w = image->width();
-    if (parallel) s->converter = std::jthread(quantizeRows, s, image);
     while (info.next_scanline < info.image_height) {
-        // While the row to encode is not ready, quantise from the bottom instead of waiting.
-        const int needed = int(info.next_scanline) / RowBatches::kRows;
-        while (!s->batches->finished(needed)) {
-            const int b = s->batches->takeBottom();
-            if (b >= 0)
-                quantizeBatch(s, image, b);
-            else
-                s->batches->waitFinished(needed);
+        JSAMPROW row = const_cast<JSAMPROW>(rowAt(int(info.next_scanline)));
+        if (!row) {
+            s->stopped = true;
+            return false;
         }
-        JSAMPROW row = s->samples.data() + size_t(info.next_scanline) * size_t(w) * 3;
         jpeg_write_scanlines(&info, &row, 1);
     }
     jpeg_finish_compress(&info);
     return true;
+}
+
+std::unique_ptr<EncodeSession> encodeSession() {
+    auto s = std::make_unique<EncodeSession>();
+    installErrors(s->errors);
+    s->info.err = &s->errors.base;
+    return s;
+}
+
+std::vector<uint8_t> encoded(const EncodeSession& s) {
+    return std::vector<uint8_t>(s.buffer, s.buffer + s.size);
+}
+
+// 8-bit RGB turned upright; blocks of rows keep the column walks of quarter turns in the cache.
+std::vector<uint8_t> orient8(const std::vector<uint8_t>& in, int w, int h, int orientation,
+                             const Execution& exec) {
+    const bool swap = swapsAxes(orientation);
+    const int ow = swap ? h : w, oh = swap ? w : h;
+    std::vector<uint8_t> out(in.size());
+    constexpr int kBlock = 64;
+    parallelFor(0, (oh + kBlock - 1) / kBlock, exec, [&](int b0, int b1) {
+        for (int by = b0 * kBlock; by < std::min(oh, b1 * kBlock); by += kBlock)
+            for (int bx = 0; bx < ow; bx += kBlock)
+                for (int oy = by; oy < std::min(oh, by + kBlock); ++oy)
+                    for (int ox = bx; ox < std::min(ow, bx + kBlock); ++ox) {
+                        const SourcePoint p = orientedSource(orientation, w, h, ox, oy);
+                        std::memcpy(&out[(size_t(oy) * size_t(ow) + size_t(ox)) * 3],
+                                    &in[(size_t(p.y) * size_t(w) + size_t(p.x)) * 3], 3);
+                    }
+    });
+    return out;
 }
 
 }  // namespace
@@ -316,14 +384,76 @@ bool encode(EncodeSession* s, const Image* image, const JpegWriteOptions* o, boo
 std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& options,
                                 const Execution& exec) {
     if (image.empty()) throw std::runtime_error("there is no image to write");
-    auto s = std::make_unique<EncodeSession>();
-    installErrors(s->errors);
-    s->info.err = &s->errors.base;
+    auto s = encodeSession();
+    const int w = image.width();
     s->samples.resize(image.pixelCount() * 3);
     s->batches = std::make_unique<RowBatches>(image.height());
-    if (!encode(s.get(), &image, &options, exec.threadCount() > 1))
+    if (exec.threadCount() > 1) s->converter = std::jthread(quantizeRows, s.get(), &image);
+    auto rowAt = [&](int y) -> const uint8_t* {
+        // While the row to encode is not ready, quantise from the bottom instead of waiting.
+        const int needed = y / RowBatches::kRows;
+        while (!s->batches->finished(needed)) {
+            const int b = s->batches->takeBottom();
+            if (b >= 0)
+                quantizeBatch(s.get(), &image, b);
+            else
+                s->batches->waitFinished(needed);
+        }
+        return s->samples.data() + size_t(y) * size_t(w) * 3;
+    };
+    if (!encode(s.get(), w, image.height(), &options, rowAt))
         throw std::runtime_error(s->errors.message);
-    return std::vector<uint8_t>(s->buffer, s->buffer + s->size);
+    return encoded(*s);
+}
+
+std::optional<std::vector<uint8_t>> reencodeJpeg(std::span<const uint8_t> bytes, int orientation,
+                                                 const JpegWriteOptions& options,
+                                                 const Execution& exec) {
+    auto d = std::make_unique<DecodeSession>();
+    installErrors(d->errors);
+    d->info.err = &d->errors.base;
+    if (!readHeader(d.get(), bytes)) throw DecodeError(d->errors.message);
+    checkDimensions(d->info.image_width, d->info.image_height);
+    if (!prepare(d.get(), 1)) throw DecodeError(d->errors.message);
+    if (!d->colour->keepsEightBitCodes()) return std::nullopt;
+    const int w = int(d->info.output_width), h = int(d->info.output_height);
+    orientation = normalizedOrientation(orientation);
+    auto e = encodeSession();
+    bool ok;
+    if (orientation == 1 && exec.threadCount() > 1) {
+        // The decoder runs ahead on a helper through a ring of rows that stays in the cache; the
+        // encoder takes each row once it is there.
+        d->ringRows = std::min(h, 128);
+        std::atomic<bool> decoded{true};
+        d->converter = std::jthread([&] {
+            if (!readAll(d.get(), true)) decoded = false, d->progress.halt();
+        });
+        int ready = 0;
+        auto rowAt = [&](int y) -> const uint8_t* {
+            if (y > 0) d->consumed.publish(y);
+            while (ready <= y)
+                if ((ready = d->progress.waitBeyond(ready)) < 0) return nullptr;
+            if (exec.cancelled()) return nullptr;
+            return sampleRow(d.get(), y);
+        };
+        ok = encode(e.get(), w, h, &options, rowAt);
+        d->consumed.halt();
+        d->converter.join();
+        if (!decoded) throw DecodeError(d->errors.message);
+    } else {
+        if (!readAll(d.get(), false)) throw DecodeError(d->errors.message);
+        if (orientation != 1) d->samples = orient8(d->samples, w, h, orientation, exec);
+        const bool swap = swapsAxes(orientation);
+        const int ow = swap ? h : w;
+        auto rowAt = [&](int y) -> const uint8_t* {
+            if (exec.cancelled()) return nullptr;
+            return d->samples.data() + size_t(y) * size_t(ow) * 3;
+        };
+        ok = encode(e.get(), ow, swap ? w : h, &options, rowAt);
+    }
+    if (!ok && e->stopped) return std::nullopt;
+    if (!ok) throw std::runtime_error(e->errors.message);
+    return encoded(*e);
 }
 
 void writeJpeg(const Image& image, const std::string& path, const JpegWriteOptions& options,

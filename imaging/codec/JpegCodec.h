@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -40,5 +41,14 @@ void writeJpeg(const Image& image, const std::string& path, const JpegWriteOptio
 /// The same into memory.
 std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& options,
                                 const Execution& exec = {});
+
+/// A JPEG encoded again from its own 8-bit samples, turned upright by EXIF `orientation`: exactly
+/// what decoding, making no change and encoding would write, without the float picture between.
+/// While the picture needs no turn, rows are encoded as soon as they are decoded. Nullopt when
+/// the file's colours must be converted (a profile other than sRGB, grey, CMYK) or when cancelled.
+/// Throws DecodeError for a damaged file, std::runtime_error when encoding fails.
+std::optional<std::vector<uint8_t>> reencodeJpeg(std::span<const uint8_t> bytes, int orientation,
+                                                 const JpegWriteOptions& options,
+                                                 const Execution& exec = {});
 
 }  // namespace ql::img

@@ -13,9 +13,21 @@ namespace {
 // steep start of the curve (12.92 × 1/65536 of full scale) moves the code by a twentieth.
 class EightBitTable {
   public:
+    // Each code's first step is found from the inverse curve and settled by the forward one, so
+    // the table is exactly lround(srgbEncode(i / kSize) · 255) for 256 evaluations, not 65537.
     EightBitTable() : codes_(kSize + 1) {
-        for (int i = 0; i <= kSize; ++i)
-            codes_[size_t(i)] = uint8_t(std::lround(srgbEncode(float(i) / kSize) * 255));
+        const auto code = [](int i) { return std::lround(srgbEncode(float(i) / kSize) * 255); };
+        int from = 0;
+        for (int c = 1; c <= 255; ++c) {
+            int to = std::clamp(int(std::ceil(srgbDecode((c - 0.5f) / 255) * kSize)), from, kSize);
+            while (to > from && code(to - 1) >= c)
+                --to;
+            while (to <= kSize && code(to) < c)
+                ++to;
+            std::fill(codes_.begin() + from, codes_.begin() + to, uint8_t(c - 1));
+            from = to;
+        }
+        std::fill(codes_.begin() + from, codes_.end(), uint8_t(255));
     }
     uint8_t operator()(float linear) const {
         // Clamping by min/max (NaN goes to 0) keeps the loop free of branches; the index is
@@ -40,6 +52,10 @@ inline float unpremultiplied(float c, float a) {
 }
 
 }  // namespace
+
+uint8_t srgb8(float linear) {
+    return eightBit()(linear);
+}
 
 bool isOpaque(const Image& image) {
     const float* p = image.data();

@@ -14,6 +14,7 @@
 #include "imaging/codec/JpegCodec.h"
 #include "imaging/codec/Metadata.h"
 #include "imaging/codec/PngCodec.h"
+#include "imaging/codec/SrgbProfile.h"
 #include "render/Exporter.h"
 #include "render/ImageWriter.h"
 #include "tests/support/ColourDifference.h"
@@ -218,6 +219,45 @@ TEST_F(ExporterTest, UprightPixelsAndCarriedMetadata) {
     EXPECT_EQ(meta.text("Exif.Image.Copyright"), "© Giáo xứ Tân Định");
     EXPECT_EQ(meta.text("Iptc.Application2.Copyright"), "© Giáo xứ Tân Định");
     EXPECT_EQ(meta.text("Exif.Image.Software"), "Quillarium");
+}
+
+// An untouched JPEG delivered whole skips the float picture; what it writes must be exactly what
+// the whole pipeline writes, turned or not, and files whose colours need converting must still
+// be converted.
+TEST_F(ExporterTest, UntouchedJpegIsWrittenAsThePipelineWouldWriteIt) {
+    const img::Image scene = testing::sampleMosaic(300, 200, {"event_hall_group.jpg"});
+    const auto tagged = [&](const std::string& name, int orientation, std::vector<uint8_t> icc) {
+        const std::vector<uint8_t> jpeg = img::encodeJpeg(scene, {93, {}, std::move(icc)});
+        const std::string path = dir_.file(name);
+        testing::writeBytes(path,
+                            orientation > 1
+                                ? testing::withApp1(jpeg, testing::exifWithOrientation(orientation))
+                                : jpeg);
+        return path;
+    };
+    struct Case {
+        std::string file;
+        bool direct;
+    } cases[] = {{tagged("plain.jpg", 1, {}), true},
+                 {tagged("turned.jpg", 6, {}), true},
+                 {tagged("upside.jpg", 3, {}), true},
+                 {tagged("srgb.jpg", 1, img::srgbIccProfile()), true},
+                 {tagged("p3.jpg", 1, testing::displayP3Profile()), false},
+                 {source(scene, "plain.png"), false}};
+    const ExportOptions whole{ExportFormat::jpeg, 92, false, 0};
+    for (const auto& c : cases) {
+        ImageSource direct(c.file, 400);
+        EXPECT_EQ(direct.unchangedJpeg(jpegOptions(92)).has_value(), c.direct) << c.file;
+        const std::string fast = dir_.file("fast.jpg"), slow = dir_.file("slow.jpg");
+        Exporter::exportImage(direct, {}, pipeline_, whole, fast, std::nullopt, {}, std::nullopt);
+        ImageSource piped(c.file, 400);
+        writeImage(Exporter::render(piped, {}, pipeline_, whole, {}), slow, ExportFormat::jpeg, 92,
+                   {});
+        const img::Image a = decodeFile(fast), b = decodeFile(slow);
+        ASSERT_EQ(a.width(), b.width()) << c.file;
+        ASSERT_EQ(a.height(), b.height()) << c.file;
+        EXPECT_EQ(testing::compare(a, b).max, 0.0) << c.file;
+    }
 }
 
 TEST_F(ExporterTest, FailuresLeaveNothingHalfWritten) {

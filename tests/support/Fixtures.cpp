@@ -1,5 +1,6 @@
 #include "Fixtures.h"
 
+#include <lcms2.h>
 #include <unistd.h>
 #include <atomic>
 #include <fstream>
@@ -89,6 +90,22 @@ std::vector<uint8_t> withApp1(const std::vector<uint8_t>& jpeg,
     file.insert(file.end(), payload.begin(), payload.end());
     file.insert(file.end(), jpeg.begin() + 2, jpeg.end());
     return file;
+}
+
+std::vector<uint8_t> displayP3Profile() {
+    const cmsCIExyY d65{0.3127, 0.3290, 1};
+    const cmsCIExyYTRIPLE p3{{0.680, 0.320, 1}, {0.265, 0.690, 1}, {0.150, 0.060, 1}};
+    const cmsFloat64Number srgbCurve[5] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
+    cmsToneCurve* curve = cmsBuildParametricToneCurve(nullptr, 4, srgbCurve);
+    cmsToneCurve* curves[3] = {curve, curve, curve};
+    cmsHPROFILE profile = cmsCreateRGBProfile(&d65, &p3, curves);
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(profile, nullptr, &size);
+    std::vector<uint8_t> bytes(size);
+    cmsSaveProfileToMem(profile, bytes.data(), &size);
+    cmsCloseProfile(profile);
+    cmsFreeToneCurve(curve);
+    return bytes;
 }
 
 }  // namespace ql::testing

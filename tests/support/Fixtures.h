@@ -33,6 +33,9 @@ std::vector<uint8_t> quadrantRGB(int width, int height);
 /// the given Orientation value.
 std::vector<uint8_t> exifWithOrientation(int orientation);
 
+/// An ICC profile with Display P3 primaries and the sRGB curve, as phones embed.
+std::vector<uint8_t> displayP3Profile();
+
 /// `jpeg` with an APP1 segment holding `payload` right after its start marker.
 std::vector<uint8_t> withApp1(const std::vector<uint8_t>& jpeg,
                               const std::vector<uint8_t>& payload);

@@ -2,7 +2,7 @@
 // before anything is allocated.
 #include <gtest/gtest.h>
 
-#include <lcms2.h>
+#include <atomic>
 #include <cmath>
 
 #include "imaging/Orientation.h"
@@ -84,25 +84,8 @@ TEST(Codecs, DctScaledDecodeAndItsChoice) {
     EXPECT_EQ(decodeImage(jpeg, 120).width(), 200);
 }
 
-// A profile with Display P3 primaries and the sRGB curve, as phones embed.
-std::vector<uint8_t> displayP3Profile() {
-    const cmsCIExyY d65{0.3127, 0.3290, 1};
-    const cmsCIExyYTRIPLE p3{{0.680, 0.320, 1}, {0.265, 0.690, 1}, {0.150, 0.060, 1}};
-    const cmsFloat64Number srgbCurve[5] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
-    cmsToneCurve* curve = cmsBuildParametricToneCurve(nullptr, 4, srgbCurve);
-    cmsToneCurve* curves[3] = {curve, curve, curve};
-    cmsHPROFILE profile = cmsCreateRGBProfile(&d65, &p3, curves);
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile, nullptr, &size);
-    std::vector<uint8_t> bytes(size);
-    cmsSaveProfileToMem(profile, bytes.data(), &size);
-    cmsCloseProfile(profile);
-    cmsFreeToneCurve(curve);
-    return bytes;
-}
-
 TEST(Codecs, EmbeddedProfilesAreConvertedIntoLinearSrgb) {
-    const std::vector<uint8_t> icc = displayP3Profile();
+    const std::vector<uint8_t> icc = ql::testing::displayP3Profile();
     SampleLayout layout;
     const uint8_t red[3] = {255, 0, 0}, grey[3] = {128, 128, 128};
     float out[4];
@@ -158,6 +141,13 @@ TEST(Codecs, TruncatedFilesAreErrorsNotGreyPictures) {
     const std::vector<uint8_t> cut(jpeg.begin(), jpeg.begin() + long(jpeg.size() / 2));
     EXPECT_NO_THROW(readJpegHeader(cut));
     EXPECT_THROW(decodeJpeg(cut), DecodeError);
+    // Encoding again straight from the samples fails the same way, whether the encoder waits on
+    // a decoding thread (upright) or on the whole decode (turned, or one thread).
+    EXPECT_THROW(reencodeJpeg(cut, 1, {}), DecodeError);
+    EXPECT_THROW(reencodeJpeg(cut, 6, {}), DecodeError);
+    EXPECT_THROW(reencodeJpeg(cut, 1, {}, Execution{1}), DecodeError);
+    std::atomic<bool> cancel{true};
+    EXPECT_FALSE(reencodeJpeg(jpeg, 1, {}, Execution{0, &cancel}).has_value());
     TempDir dir;
     writePng8(ramp(50, 40), dir.file("a.png"));
     std::vector<uint8_t> png = readFileBytes(dir.file("a.png"));
