@@ -16,48 +16,57 @@ namespace {
 constexpr size_t kHugePage = size_t(2) << 20;
 constexpr size_t kMaxPooled = size_t(1) << 30;
 
-// Freed pictures of the sizes in use, kept for the next picture of the same size: a stage of the
-// pipeline then writes into memory that is already mapped, instead of the kernel clearing fresh
-// pages first, which costs as much as a pass over the picture. A request of any other size
-// returns them all to the system before it allocates, so the pool never adds to the peak the
-// pictures alive at one time reach.
+// Freed pictures, kept for the next picture they can hold: a stage of the pipeline then writes
+// into memory that is already mapped, instead of the kernel clearing fresh pages first, which
+// costs as much as a pass over the picture. The smallest block that holds a request is taken,
+// and only when it is at most half as large again, so a small picture never pins a large block.
+// A request that nothing fits returns every block to the system before it allocates, so the
+// pool never adds to the peak the pictures alive at one time reach.
 class PixelPool {
   public:
-    void* take(size_t bytes) {
+    struct Block {
+        void* pixels = nullptr;
+        size_t bytes = 0;
+    };
+    Block take(size_t bytes) {
         std::vector<void*> stale;
         {
             std::lock_guard lock(mutex_);
+            auto best = blocks_.end();
             for (auto it = blocks_.begin(); it != blocks_.end(); ++it)
-                if (it->first == bytes) {
-                    void* p = it->second;
-                    held_ -= bytes;
-                    blocks_.erase(it);
-                    return p;
-                }
-            for (const auto& [size, p] : blocks_)
-                stale.push_back(p);
+                if (it->bytes >= bytes && it->bytes <= bytes + bytes / 2 &&
+                    (best == blocks_.end() || it->bytes < best->bytes))
+                    best = it;
+            if (best != blocks_.end()) {
+                const Block block = *best;
+                held_ -= block.bytes;
+                blocks_.erase(best);
+                return block;
+            }
+            for (const Block& b : blocks_)
+                stale.push_back(b.pixels);
             blocks_.clear();
             held_ = 0;
         }
         for (void* p : stale)
             std::free(p);
-        return nullptr;
+        return {};
     }
-    void give(void* p, size_t bytes) {
+    void give(Block block) {
         {
             std::lock_guard lock(mutex_);
-            if (held_ + bytes <= kMaxPooled) {
-                blocks_.emplace_back(bytes, p);
-                held_ += bytes;
+            if (held_ + block.bytes <= kMaxPooled) {
+                blocks_.push_back(block);
+                held_ += block.bytes;
                 return;
             }
         }
-        std::free(p);
+        std::free(block.pixels);
     }
 
   private:
     std::mutex mutex_;
-    std::vector<std::pair<size_t, void*>> blocks_;
+    std::vector<Block> blocks_;
     size_t held_ = 0;
 };
 
@@ -72,14 +81,15 @@ std::shared_ptr<float[]> allocatePixels(size_t floats) {
     const size_t bytes = floats * sizeof(float);
     if (bytes < 2 * kHugePage) return std::make_shared_for_overwrite<float[]>(floats);
     const size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-    void* p = pool().take(rounded);
-    if (!p) {
-        p = std::aligned_alloc(kHugePage, rounded);
-        if (!p) throw std::bad_alloc();
-        ::madvise(p, rounded, MADV_HUGEPAGE);  // advice only: refused, it stays ordinary pages
+    PixelPool::Block block = pool().take(rounded);
+    if (!block.pixels) {
+        block = {std::aligned_alloc(kHugePage, rounded), rounded};
+        if (!block.pixels) throw std::bad_alloc();
+        // Advice only: refused, it stays ordinary pages.
+        ::madvise(block.pixels, rounded, MADV_HUGEPAGE);
     }
-    return std::shared_ptr<float[]>(static_cast<float*>(p),
-                                    [rounded](float* q) { pool().give(q, rounded); });
+    return std::shared_ptr<float[]>(static_cast<float*>(block.pixels),
+                                    [block](float*) { pool().give(block); });
 }
 
 // Fresh anonymous pages read as zero and are backed only once written. They go back to the system

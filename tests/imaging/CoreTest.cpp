@@ -24,6 +24,26 @@ TEST(Image, SizesAndPixels) {
     EXPECT_EQ(Image::filled(2, 2, {0.5f, 0, 0, 1}).at(1, 1), (Pixel{0.5f, 0, 0, 1}));
 }
 
+// Large pictures reuse freed memory that holds them without pinning far larger blocks; a block
+// handed on keeps its own size, so it can later hold a picture as large as the first again.
+TEST(Image, FreedMemoryIsReusedWhereItFits) {
+    const float* first;
+    {
+        const Image big = Image::forOverwrite(1500, 1000);
+        first = big.data();
+    }
+    {
+        Image smaller = Image::forOverwrite(1400, 1000);
+        EXPECT_EQ(smaller.data(), first);
+        std::fill(smaller.data(), smaller.data() + smaller.pixelCount() * 4, 0.5f);
+    }
+    const Image again = Image::filled(1500, 1000, {0.25f, 0, 0, 1});
+    EXPECT_EQ(again.at(1499, 999), (Pixel{0.25f, 0, 0, 1}));
+    // A zeroed picture never comes from the pool, whatever it held before.
+    const Image zeroed(1500, 1000);
+    EXPECT_EQ(zeroed.at(750, 500), (Pixel{0, 0, 0, 0}));
+}
+
 TEST(ParallelFor, CoversEveryIndexOnceWhateverTheThreads) {
     for (int threads : {1, 2, 7, 64}) {
         std::vector<std::atomic<int>> hits(101);
