@@ -21,9 +21,10 @@ float clamp01(float v) {
     return v > 0 ? (v < 1 ? v : 1) : 0;
 }  // NaN gives 0
 
-// `t` holds node coordinates in [0, dimension − 1]; writes the interpolated colour to `out`.
-// Nodes are RGBA, so one vector lerp interpolates the three channels of a node pair at once.
-inline void trilinear(const Cube& cube, const float* t, float* out) {
+// `t` holds node coordinates in [0, dimension − 1]; gives the interpolated node value (its fourth
+// lane is the nodes' own). Nodes are RGBA, so one vector lerp interpolates the three channels of
+// a node pair at once.
+[[gnu::always_inline]] inline simd::v4 trilinear(const Cube& cube, const float* t) {
     using simd::v4;
     int i[3];
     float f[3];
@@ -42,8 +43,23 @@ inline void trilinear(const Cube& cube, const float* t, float* out) {
     const v4 c10 = lerp(simd::load(p010), simd::load(p010 + 4), fr);
     const v4 c01 = lerp(simd::load(p001), simd::load(p001 + 4), fr);
     const v4 c11 = lerp(simd::load(p011), simd::load(p011 + 4), fr);
-    const v4 c = lerp(lerp(c00, c10, fg), lerp(c01, c11, fg), fb);
+    return lerp(lerp(c00, c10, fg), lerp(c01, c11, fg), fb);
+}
+
+void trilinear(const Cube& cube, const float* t, float* out) {
+    const simd::v4 c = trilinear(cube, t);
     out[0] = c[0], out[1] = c[1], out[2] = c[2];
+}
+
+// The decoded colour of encoded node values: three channels at once while they lie in [0, 1],
+// as a cube's nodes nearly always do.
+[[gnu::always_inline]] inline void decodeInto(simd::v4 encoded, float* out) {
+    const simd::v4 linear = srgbDecodeUnit(encoded);
+    const auto outside = (encoded < 0.0f) | (encoded > 1.0f);
+    out[0] = linear[0], out[1] = linear[1], out[2] = linear[2];
+    if (outside[0] | outside[1] | outside[2]) [[unlikely]]
+        for (int k = 0; k < 3; ++k)
+            if (outside[k]) out[k] = srgbDecode(encoded[k]);
 }
 }  // namespace
 
@@ -53,13 +69,14 @@ inline void trilinear(const Cube& cube, const float* t, float* out) {
 // flattens at the edge flattens them too. `in` is the linear input, `t` its clamped node
 // coordinates and `out` the linear result of the lookup; `position(n)` is the linear input at node
 // n.
-bool inside(const float* c) {
+inline bool inside(const float* c) {
     return c[0] >= 0 && c[0] <= 1 && c[1] >= 0 && c[1] <= 1 && c[2] >= 0 && c[2] <= 1;
 }
 
 template <class Decode, class Position>
 [[gnu::noinline, gnu::cold]] void extend(const Cube& cube, const float* in, const float* t,
-                                         float* out, Decode decode, Position position) {
+                                         float* out, const Decode& decode,
+                                         const Position& position) {
     for (int k = 0; k < 3; ++k) {
         const bool above = in[k] > 1, below = in[k] < 0;
         if (!above && !below) continue;
@@ -95,14 +112,28 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
     }
     const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
     const SrgbDecodeTable& decode = SrgbDecodeTable::shared();
-    return mapUnpremultiplied(input, exec, [&](float* c) {
-        const float in[3] = {c[0], c[1], c[2]};
-        const float t[3] = {encode.clamped(c[0]) * scale, encode.clamped(c[1]) * scale,
-                            encode.clamped(c[2]) * scale};
-        trilinear(cube, t, c);
-        for (int k = 0; k < 3; ++k)
-            c[k] = decode(c[k]);
-        if (!inside(in)) extend(cube, in, t, c, decode, [&](int n) { return decode(n / scale); });
+    // Written out rather than through mapUnpremultiplied, with everything captured by value: the
+    // opaque pixels of a photo then take a path the compiler keeps in registers.
+    const auto lookup = [ cube, scale, &encode, &decode ](const float* in, float* out)
+        __attribute__((always_inline)) {
+        const float t[3] = {encode.clamped(in[0]) * scale, encode.clamped(in[1]) * scale,
+                            encode.clamped(in[2]) * scale};
+        decodeInto(trilinear(cube, t), out);
+        if (!inside(in)) [[unlikely]]
+            extend(cube, in, t, out, decode, [&](int n) { return decode(n / scale); });
+    };
+    return mapPixels(input, exec, [lookup](const float* in, float* out) {
+        const float a = in[3];
+        if (a >= 1) [[likely]] {
+            lookup(in, out);
+            out[3] = a;
+            return;
+        }
+        const float u = unpremultiplyScale(a), m = premultiplyScale(a);
+        const float c[3] = {in[0] * u, in[1] * u, in[2] * u};
+        float o[3];
+        lookup(c, o);
+        out[0] = o[0] * m, out[1] = o[1] * m, out[2] = o[2] * m, out[3] = a;
     });
 }
 

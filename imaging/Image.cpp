@@ -21,7 +21,7 @@ constexpr size_t kMaxPooled = size_t(1) << 30;
 // costs as much as a pass over the picture. The smallest block that holds a request is taken,
 // and only when it is at most half as large again, so a small picture never pins a large block.
 // A request that nothing fits returns every block to the system before it allocates, so the
-// pool never adds to the peak the pictures alive at one time reach.
+// pool adds to the peak the pictures alive at one time reach at most such small pictures.
 class PixelPool {
   public:
     struct Block {
@@ -43,6 +43,9 @@ class PixelPool {
                 blocks_.erase(best);
                 return block;
             }
+            // A picture far smaller than what waits here (a shrunk copy for a stage to judge
+            // surroundings on) leaves the blocks for the full-size pictures that follow.
+            if (bytes <= held_ / 8) return {};
             for (const Block& b : blocks_)
                 stale.push_back(b.pixels);
             blocks_.clear();

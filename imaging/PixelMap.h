@@ -57,6 +57,12 @@ template <class F>
 Image mapUnpremultiplied(const Image& input, const Execution& exec, F&& f) {
     return mapPixels(input, exec, [&f](const float* in, float* out) {
         const float a = in[3];
+        if (a >= 1) {  // opaque, nearly every pixel of a photo: no scaling either way
+            float c[3] = {in[0], in[1], in[2]};
+            f(c);
+            out[0] = c[0], out[1] = c[1], out[2] = c[2], out[3] = a;
+            return;
+        }
         const float u = unpremultiplyScale(a), m = premultiplyScale(a);
         float c[3] = {in[0] * u, in[1] * u, in[2] * u};
         f(c);
