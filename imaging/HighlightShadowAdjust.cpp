@@ -42,22 +42,39 @@ Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
     const float shadow = std::isfinite(p.shadowAmount) ? std::clamp(p.shadowAmount, 0.0f, 1.0f) : 0;
     const float highlight =
         std::isfinite(p.highlightAmount) ? std::clamp(p.highlightAmount, 0.0f, 1.0f) : 1;
-    if (input.empty() || (shadow == 0 && highlight == 1)) return input;
+    const float gain = std::isfinite(p.inputGain) && p.inputGain > 0 ? p.inputGain : 1;
+    if (input.empty() || (shadow == 0 && highlight == 1 && gain == 1)) return input;
+    // The products are formed in the order a separate exposure pass would form them, so the
+    // fused stage gives the same floats.
+    const auto gained = [gain](const float* in, float* c) {
+        c[0] = in[0] * gain, c[1] = in[1] * gain, c[2] = in[2] * gain;
+    };
+    if (shadow == 0 && highlight == 1)
+        return mapPixels(input, exec, [&](const float* in, float* out) {
+            gained(in, out);
+            out[3] = in[3];
+        });
     const Curve curve{shadow, highlight};
-    auto apply = [&curve](const float* in, float y, float* out) {
+    auto apply = [&curve, &gained](const float* in, float y, float* out) {
         const float g = curve.gain(y);
-        out[0] = in[0] * g, out[1] = in[1] * g, out[2] = in[2] * g, out[3] = in[3];
+        float c[3];
+        gained(in, c);
+        out[0] = c[0] * g, out[1] = c[1] * g, out[2] = c[2] * g, out[3] = in[3];
     };
     if (!(p.radius >= 0.3f))
         return mapPixels(input, exec, [&](const float* in, float* out) {
-            apply(in, luminance(luma(in[0], in[1], in[2]), in[3]), out);
+            float c[3];
+            gained(in, c);
+            apply(in, luminance(luma(c[0], c[1], c[2]), in[3]), out);
         });
     detail::BlurHooks hooks;
     hooks.coarse = true;  // the surroundings' brightness, not their detail
     // Only premultiplied luma and alpha are blurred; their ratio is the surroundings' luminance.
-    hooks.prepare = [](const float* in, float* out, int count) {
+    hooks.prepare = [&gained](const float* in, float* out, int count) {
         for (int i = 0; i < 4 * count; i += 4) {
-            out[i] = luma(in[i], in[i + 1], in[i + 2]);
+            float c[3];
+            gained(in + i, c);
+            out[i] = luma(c[0], c[1], c[2]);
             out[i + 1] = out[i + 2] = 0;
             out[i + 3] = in[i + 3];
         }

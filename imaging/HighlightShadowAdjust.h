@@ -17,6 +17,9 @@ struct HighlightShadowParams {
     /// 0…1, neutral 1: lower values pull bright regions down, white by a third at 0 and
     /// brighter-than-white values harder. Out-of-range values clamp; non-finite is neutral.
     float highlightAmount = 1;
+    /// The input's colour is first multiplied by this (alpha untouched): an exposure fused into
+    /// the stage's passes instead of a pass of its own. Non-finite or not above 0: 1.
+    float inputGain = 1;
 };
 
 /// The surroundings' luminance Y (luma of the blurred colour over the blurred alpha, so

@@ -48,20 +48,22 @@ Image whiteBalanceByMatrix(const Image& image, double temperature, double tint,
     return keepIfEmpty(img::colorMatrix(image, m, exec), image);
 }
 
-// Lifts shadows and pulls highlights down; the other halves of both sliders live in the cube.
-Image recovery(const Image& image, double highlights, double shadows, int longEdge,
-               const Execution& exec) {
-    if (!(highlights < 0) && !(shadows > 0)) return image;
+Image exposure(const Image& image, double ev, const Execution& exec) {
+    if (ev == 0) return image;
+    return keepIfEmpty(img::exposureAdjust(image, {float(ev)}, exec), image);
+}
+
+// Exposure, then shadows lifted and highlights pulled down (the other halves of both sliders
+// live in the cube); the exposure rides along in the recovery's passes when there is one.
+Image exposureAndRecovery(const Image& image, double ev, double highlights, double shadows,
+                          int longEdge, const Execution& exec) {
+    if (!(highlights < 0) && !(shadows > 0)) return exposure(image, ev, exec);
     img::HighlightShadowParams p;
+    p.inputGain = std::exp2(float(ev));
     p.radius = float(longEdge * 0.006);
     p.highlightAmount = float(1 + std::min(highlights, 0.0) / 100);
     p.shadowAmount = float(std::max(shadows, 0.0) / 100);
     return keepIfEmpty(img::highlightShadowAdjust(image, p, exec), image);
-}
-
-Image exposure(const Image& image, double ev, const Execution& exec) {
-    if (ev == 0) return image;
-    return keepIfEmpty(img::exposureAdjust(image, {float(ev)}, exec), image);
 }
 
 Image unsharp(const Image& image, double radius, double intensity, const Execution& exec) {
@@ -142,8 +144,8 @@ double finiteOr0(double v) {
 
 Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, const Execution& exec) {
     if (e.isNeutral() || image.empty()) return image;
-    Image out = exposure(image, finiteOr0(e.exposure), exec);
-    out = recovery(out, finiteOr0(e.highlights), finiteOr0(e.shadows), longEdge, exec);
+    Image out = exposureAndRecovery(image, finiteOr0(e.exposure), finiteOr0(e.highlights),
+                                    finiteOr0(e.shadows), longEdge, exec);
     if (e.temperature != 0 || e.tint != 0)
         out = whiteBalanceByMatrix(out, finiteOr0(e.temperature), finiteOr0(e.tint), exec);
     if (e.contrast != 0 || e.saturation != 0) {
@@ -233,8 +235,7 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
         image = Defringe::apply(image, adj.lens, L, exec);
     if (!isRAW && (adj.temperature != 0 || adj.tint != 0))
         image = whiteBalanceByMatrix(image, adj.temperature, adj.tint, exec);
-    image = exposure(image, adj.exposure, exec);
-    image = recovery(image, adj.highlights, adj.shadows, L, exec);
+    image = exposureAndRecovery(image, adj.exposure, adj.highlights, adj.shadows, L, exec);
     if (adj.profile == ColorProfile::camera && cameraLUT)
         image = keepIfEmpty(img::colorCube(image, {17, cameraLUT, true}, exec), image);
     if (faces) {

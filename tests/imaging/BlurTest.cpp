@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ImageTesting.h"
+#include "imaging/ExposureAdjust.h"
 #include "imaging/GaussianBlur.h"
 #include "imaging/HighlightShadowAdjust.h"
 #include "imaging/MotionBlur.h"
@@ -248,6 +249,23 @@ TEST(HighlightShadow, SurroundingsDecide) {
     EXPECT_TRUE(sameForAnyThreads([&](const Execution& x) {
         return highlightShadowAdjust(a, {4, 0.6f, 0.3f}, x);
     }));
+}
+
+// An exposure folded into the stage gives exactly the floats of an exposure pass before it,
+// judged alone or by the surroundings, and alone when the stage has nothing else to do.
+TEST(HighlightShadow, FoldedExposureIsTheSeparatePass) {
+    const Image a = scene(50, 37);
+    const Image exposed = exposureAdjust(a, {0.7f});
+    for (const HighlightShadowParams p :
+         {HighlightShadowParams{4, 0.6f, 0.3f}, HighlightShadowParams{0, 0.6f, 0.3f},
+          HighlightShadowParams{4, 0, 1}}) {
+        HighlightShadowParams folded = p;
+        folded.inputGain = std::exp2(0.7f);
+        EXPECT_EQ(
+            maxDifference(highlightShadowAdjust(a, folded), highlightShadowAdjust(exposed, p)),
+            0.0f)
+            << p.radius << " " << p.shadowAmount;
+    }
 }
 
 TEST(MotionBlur, MatchesDirectLineAverage) {
