@@ -46,11 +46,6 @@ float clamp01(float v) {
     return lerp(lerp(c00, c10, fg), lerp(c01, c11, fg), fb);
 }
 
-void trilinear(const Cube& cube, const float* t, float* out) {
-    const simd::v4 c = trilinear(cube, t);
-    out[0] = c[0], out[1] = c[1], out[2] = c[2];
-}
-
 // The decoded colour of encoded node values: three channels at once while they lie in [0, 1],
 // as a cube's nodes nearly always do.
 [[gnu::always_inline]] inline void decodeInto(simd::v4 encoded, float* out) {
@@ -73,21 +68,21 @@ inline bool inside(const float* c) {
     return c[0] >= 0 && c[0] <= 1 && c[1] >= 0 && c[1] <= 1 && c[2] >= 0 && c[2] <= 1;
 }
 
+// `encoded` is the lookup at `t` before decoding: for a channel out of range, `t` already sits on
+// the cube's edge along it, so only the inner side of the cell needs a lookup of its own.
 template <class Decode, class Position>
 [[gnu::noinline, gnu::cold]] void extend(const Cube& cube, const float* in, const float* t,
-                                         float* out, const Decode& decode,
+                                         simd::v4 encoded, float* out, const Decode& decode,
                                          const Position& position) {
     for (int k = 0; k < 3; ++k) {
         const bool above = in[k] > 1, below = in[k] < 0;
         if (!above && !below) continue;
-        float a[3] = {t[0], t[1], t[2]}, b[3] = {t[0], t[1], t[2]};
+        float b[3] = {t[0], t[1], t[2]};
         const int edge = above ? cube.last : 0, inner = above ? cube.last - 1 : 1;
-        a[k] = float(edge), b[k] = float(inner);
-        float oa[3], ob[3];
-        trilinear(cube, a, oa);
-        trilinear(cube, b, ob);
+        b[k] = float(inner);
         const float run = position(edge) - position(inner);
-        const float slope = std::max((decode(oa[k]) - decode(ob[k])) / run, 0.0f);
+        const float slope =
+            std::max((decode(encoded[k]) - decode(trilinear(cube, b)[k])) / run, 0.0f);
         out[k] += slope * (in[k] - (above ? 1.0f : 0.0f));
     }
 }
@@ -105,9 +100,11 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
             const float in[3] = {c[0], c[1], c[2]};
             const float t[3] = {clamp01(c[0]) * scale, clamp01(c[1]) * scale,
                                 clamp01(c[2]) * scale};
-            trilinear(cube, t, c);
+            const simd::v4 found = trilinear(cube, t);
+            c[0] = found[0], c[1] = found[1], c[2] = found[2];
             extend(
-                cube, in, t, c, [](float v) { return v; }, [scale](int n) { return n / scale; });
+                cube, in, t, found, c, [](float v) { return v; },
+                [scale](int n) { return n / scale; });
         });
     }
     const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
@@ -118,9 +115,10 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
         __attribute__((always_inline)) {
         const float t[3] = {encode.clamped(in[0]) * scale, encode.clamped(in[1]) * scale,
                             encode.clamped(in[2]) * scale};
-        decodeInto(trilinear(cube, t), out);
+        const simd::v4 found = trilinear(cube, t);
+        decodeInto(found, out);
         if (!inside(in)) [[unlikely]]
-            extend(cube, in, t, out, decode, [&](int n) { return decode(n / scale); });
+            extend(cube, in, t, found, out, decode, [&](int n) { return decode(n / scale); });
     };
     return mapPixels(input, exec, [lookup](const float* in, float* out) {
         const float a = in[3];
