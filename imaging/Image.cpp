@@ -138,10 +138,4 @@ Image Image::filled(int width, int height, Pixel colour) {
     return image;
 }
 
-std::shared_ptr<unsigned char[]> allocatePictureBytes(size_t bytes) {
-    const std::shared_ptr<float[]> pixels =
-        allocatePixels((bytes + sizeof(float) - 1) / sizeof(float));
-    return std::shared_ptr<unsigned char[]>(pixels, reinterpret_cast<unsigned char*>(pixels.get()));
-}
-
 }  // namespace ql::img

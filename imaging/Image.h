@@ -69,8 +69,4 @@ inline float luma(float r, float g, float b) {
     return lumaR * r + lumaG * g + lumaB * b;
 }
 
-/// Memory for another kind of large picture (an 8-bit display image) from the same pool as
-/// pixels, given back to it when the last owner lets go. Not cleared.
-std::shared_ptr<unsigned char[]> allocatePictureBytes(size_t bytes);
-
 }  // namespace ql::img

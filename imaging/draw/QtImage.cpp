@@ -6,35 +6,19 @@
 
 #include "imaging/Execution.h"
 #include "imaging/SrgbTransfer.h"
-#include "imaging/codec/OutputSamples.h"
 
 namespace ql::img {
 
 QImage toQImage(const Image& image) {
     if (image.empty()) return {};
-    // The bytes come from the picture pool: a preview redrawn on every slider move then reuses
-    // mapped memory instead of paying the kernel to clear fresh pages each time.
-    const qsizetype line = qsizetype(image.width()) * 4;
-    auto* bytes = new std::shared_ptr<unsigned char[]>(
-        allocatePictureBytes(size_t(line) * size_t(image.height())));
-    QImage out(
-        bytes->get(), image.width(), image.height(), line, QImage::Format_RGBA8888_Premultiplied,
-        [](void* owner) { delete static_cast<std::shared_ptr<unsigned char[]>*>(owner); }, bytes);
-    if (out.isNull()) {  // Qt refused the size
-        delete bytes;
-        return {};
-    }
+    QImage out(image.width(), image.height(), QImage::Format_RGBA8888_Premultiplied);
+    if (out.isNull()) return {};  // Qt could not allocate
     const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
     parallelFor(0, image.height(), {}, [&](int begin, int end) {
         for (int y = begin; y < end; ++y) {
             const float* in = image.row(y);
             uint8_t* px = out.scanLine(y);
             for (int x = 0; x < image.width(); ++x, in += 4, px += 4) {
-                if (in[3] >= 1) {  // opaque, nearly every pixel: one table lookup a channel
-                    px[0] = srgb8(in[0]), px[1] = srgb8(in[1]), px[2] = srgb8(in[2]);
-                    px[3] = 255;
-                    continue;
-                }
                 const float a = std::min(in[3], 1.0f);
                 if (!(a > 0)) {  // NaN too
                     px[0] = px[1] = px[2] = px[3] = 0;
