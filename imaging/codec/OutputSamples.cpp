@@ -29,12 +29,9 @@ class EightBitTable {
         }
         std::fill(codes_.begin() + from, codes_.end(), uint8_t(255));
     }
-    uint8_t operator()(float linear) const {
-        // Clamping by min/max (NaN goes to 0) keeps the loop free of branches; the index is
-        // converted through int, which is one instruction where size_t is several.
-        const float v = std::min(std::max(linear, 0.0f), 1.0f);
-        return codes_[size_t(int(v * kSize + 0.5f))];
-    }
+    uint8_t operator()(float linear) const { return srgb8Code(codes_.data(), linear); }
+
+    const uint8_t* codes() const { return codes_.data(); }
 
   private:
     static constexpr int kSize = 65536;
@@ -52,6 +49,10 @@ inline float unpremultiplied(float c, float a) {
 }
 
 }  // namespace
+
+const uint8_t* srgb8Codes() {
+    return eightBit().codes();
+}
 
 uint8_t srgb8(float linear) {
     return eightBit()(linear);

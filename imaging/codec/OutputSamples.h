@@ -11,7 +11,16 @@ namespace ql::img {
 /// True when every pixel's alpha is 1: writers then leave the alpha channel out.
 bool isOpaque(const Image& image);
 
-/// One linear value to the 8-bit sRGB code toSrgb8 writes for it.
+/// The codes toSrgb8 writes, for linear values in steps of 1/65536 (65537 of them): for loops
+/// that convert pixels of their own, through srgb8Code.
+const uint8_t* srgb8Codes();
+/// One linear value to the 8-bit sRGB code toSrgb8 writes for it; NaN gives 0.
+inline uint8_t srgb8Code(const uint8_t* codes, float linear) {
+    // Compared this way round, NaN fails the first test and lands on 0 (std::max would keep it
+    // and make a wild index). The index goes through int: one instruction where size_t is several.
+    const float v = linear > 0 ? (linear < 1 ? linear : 1.0f) : 0.0f;
+    return codes[int(v * 65536 + 0.5f)];
+}
 uint8_t srgb8(float linear);
 
 /// `width` RGBA floats (linear, premultiplied) to 8-bit sRGB with `channels` 3 (alpha dropped)

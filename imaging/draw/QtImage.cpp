@@ -6,6 +6,7 @@
 
 #include "imaging/Execution.h"
 #include "imaging/SrgbTransfer.h"
+#include "imaging/codec/OutputSamples.h"
 
 namespace ql::img {
 
@@ -14,11 +15,20 @@ QImage toQImage(const Image& image) {
     QImage out(image.width(), image.height(), QImage::Format_RGBA8888_Premultiplied);
     if (out.isNull()) return {};  // Qt could not allocate
     const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
+    const uint8_t* codes = srgb8Codes();
+    uchar* bits = out.bits();
+    const qsizetype line = out.bytesPerLine();
+    const int width = image.width();
     parallelFor(0, image.height(), {}, [&](int begin, int end) {
         for (int y = begin; y < end; ++y) {
             const float* in = image.row(y);
-            uint8_t* px = out.scanLine(y);
-            for (int x = 0; x < image.width(); ++x, in += 4, px += 4) {
+            uint8_t* px = bits + y * line;
+            for (int x = 0; x < width; ++x, in += 4, px += 4) {
+                if (in[3] >= 1) {  // opaque, nearly every pixel: one table lookup a channel
+                    px[0] = srgb8Code(codes, in[0]), px[1] = srgb8Code(codes, in[1]);
+                    px[2] = srgb8Code(codes, in[2]), px[3] = 255;
+                    continue;
+                }
                 const float a = std::min(in[3], 1.0f);
                 if (!(a > 0)) {  // NaN too
                     px[0] = px[1] = px[2] = px[3] = 0;

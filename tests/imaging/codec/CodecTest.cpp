@@ -12,6 +12,7 @@
 #include "imaging/codec/ImageDecode.h"
 #include "imaging/codec/InputColour.h"
 #include "imaging/codec/JpegCodec.h"
+#include "imaging/codec/OutputSamples.h"
 #include "imaging/codec/PngCodec.h"
 #include "imaging/codec/TiffCodec.h"
 #include "tests/imaging/ImageTesting.h"
@@ -70,6 +71,21 @@ TEST(Codecs, WrittenFilesReadBackInEveryFormat) {
 
     // The same threads rule as every operation: no result depends on the thread count.
     testing::expectThreadIndependent([&](const Execution& e) { return decodeJpeg(jpeg, 1, e); });
+}
+
+// Whatever float a stage leaves, the 8-bit code is defined: NaN is black, not a wild index.
+TEST(Codecs, EveryFloatHasAnEightBitCode) {
+    const float values[] = {NAN, -INFINITY, -1, 0, 0.5f, 1, 2, INFINITY};
+    const uint8_t expected[] = {0, 0, 0, 0, 188, 255, 255, 255};
+    Image row(8, 1);
+    for (int x = 0; x < 8; ++x)
+        row.set(x, 0, {values[x], values[x], values[x], 1});
+    uint8_t codes[8 * 3];
+    toSrgb8(row.row(0), 8, codes, 3);
+    for (int x = 0; x < 8; ++x) {
+        EXPECT_EQ(codes[x * 3], expected[x]) << values[x];
+        EXPECT_EQ(srgb8(values[x]), expected[x]) << values[x];
+    }
 }
 
 TEST(Codecs, DctScaledDecodeAndItsChoice) {
