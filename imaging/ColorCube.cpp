@@ -68,21 +68,27 @@ inline bool inside(const float* c) {
     return c[0] >= 0 && c[0] <= 1 && c[1] >= 0 && c[1] <= 1 && c[2] >= 0 && c[2] <= 1;
 }
 
-// `encoded` is the lookup at `t` before decoding: for a channel out of range, `t` already sits on
-// the cube's edge along it, so only the inner side of the cell needs a lookup of its own.
-template <class Decode, class Position>
+// The linear input across the outermost cell at each end of an axis (negative at the low end,
+// where the inner node lies above the edge).
+struct EdgeRuns {
+    float above, below;
+};
+
+// `out` holds the decoded lookup at `t`: for a channel out of range, `t` already sits on the
+// cube's edge along it, so only the inner side of the cell needs a lookup of its own.
+template <class Decode>
 [[gnu::noinline, gnu::cold]] void extend(const Cube& cube, const float* in, const float* t,
-                                         simd::v4 encoded, float* out, const Decode& decode,
-                                         const Position& position) {
+                                         float* out, const Decode& decode, EdgeRuns runs) {
+    const float edge[3] = {out[0], out[1], out[2]};
     for (int k = 0; k < 3; ++k) {
         const bool above = in[k] > 1, below = in[k] < 0;
         if (!above && !below) continue;
         float b[3] = {t[0], t[1], t[2]};
-        const int edge = above ? cube.last : 0, inner = above ? cube.last - 1 : 1;
-        b[k] = float(inner);
-        const float run = position(edge) - position(inner);
+        b[k] = float(above ? cube.last - 1 : 1);
+        float inner[3];
+        decode(trilinear(cube, b), inner);
         const float slope =
-            std::max((decode(encoded[k]) - decode(trilinear(cube, b)[k])) / run, 0.0f);
+            std::max((edge[k] - inner[k]) / (above ? runs.above : runs.below), 0.0f);
         out[k] += slope * (in[k] - (above ? 1.0f : 0.0f));
     }
 }
@@ -100,25 +106,25 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
             const float in[3] = {c[0], c[1], c[2]};
             const float t[3] = {clamp01(c[0]) * scale, clamp01(c[1]) * scale,
                                 clamp01(c[2]) * scale};
-            const simd::v4 found = trilinear(cube, t);
-            c[0] = found[0], c[1] = found[1], c[2] = found[2];
-            extend(
-                cube, in, t, found, c, [](float v) { return v; },
-                [scale](int n) { return n / scale; });
+            const auto copy = [](simd::v4 v, float* o) { o[0] = v[0], o[1] = v[1], o[2] = v[2]; };
+            copy(trilinear(cube, t), c);
+            extend(cube, in, t, c, copy, {1 / scale, -1 / scale});
         });
     }
     const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
-    const SrgbDecodeTable& decode = SrgbDecodeTable::shared();
+    // Through the same decode as the lookups, so that an identity cube continues with slope 1.
+    float nodes[3];
+    decodeInto(simd::v4{1, float(n - 2) / scale, 1 / scale, 0}, nodes);
+    const EdgeRuns runs{nodes[0] - nodes[1], srgbDecodeUnit(simd::splat(0))[0] - nodes[2]};
     // Written out rather than through mapUnpremultiplied, with everything captured by value: the
     // opaque pixels of a photo then take a path the compiler keeps in registers.
-    const auto lookup = [ cube, scale, &encode, &decode ](const float* in, float* out)
-        __attribute__((always_inline)) {
+    const auto lookup =
+        [ cube, scale, &encode, runs ](const float* in, float* out) __attribute__((always_inline)) {
         const float t[3] = {encode.clamped(in[0]) * scale, encode.clamped(in[1]) * scale,
                             encode.clamped(in[2]) * scale};
-        const simd::v4 found = trilinear(cube, t);
-        decodeInto(found, out);
+        decodeInto(trilinear(cube, t), out);
         if (!inside(in)) [[unlikely]]
-            extend(cube, in, t, found, out, decode, [&](int n) { return decode(n / scale); });
+            extend(cube, in, t, out, decodeInto, runs);
     };
     return mapPixels(input, exec, [lookup](const float* in, float* out) {
         const float a = in[3];
