@@ -99,8 +99,12 @@ Image resize(const Image& input, int width, int height, const Execution& exec) {
                     for (int c = 0; c < 4; ++c)
                         acc[c] += w[k] * p[c];
                 }
-                for (int c = 0; c < 4; ++c)
+                for (int c = 0; c < 3; ++c)
                     o[x * 4 + c] = acc[c];
+                // Weights that total 1 still sum an opaque alpha to a few steps off 1 in float;
+                // snapped back, an opaque picture stays opaque, and every later stage keeps its
+                // path for opaque pixels.
+                o[x * 4 + 3] = std::abs(acc[3] - 1) < 1e-5f ? 1.0f : acc[3];
             }
         }
     });

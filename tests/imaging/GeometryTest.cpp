@@ -119,6 +119,16 @@ TEST(Lanczos, ConstantStaysConstantAndMeanIsKept) {
     EXPECT_LT(maxDifference(big, Image::filled(200, 150, {0.3f, 0.6f, 2.5f, 1})), 1e-5);
     const Image n = noise(120, 120, 3);
     EXPECT_NEAR(testing::mean(resize(n, 40, 40), 1), testing::mean(n, 1), 2e-3);
+    // An opaque photo stays exactly opaque whatever the scale: a few float steps below 1 would
+    // send every later stage down its path for translucent pixels.
+    Image opaque = noise(97, 61, 5);
+    for (size_t i = 0; i < opaque.pixelCount(); ++i)
+        opaque.data()[i * 4 + 3] = 1;
+    for (const auto& [w, h] : {std::pair{31, 20}, std::pair{80, 51}, std::pair{200, 150}}) {
+        const Image r = resize(opaque, w, h);
+        for (size_t i = 0; i < r.pixelCount(); ++i)
+            ASSERT_EQ(r.data()[i * 4 + 3], 1.0f) << w << " " << i;
+    }
 }
 
 TEST(Lanczos, ShrinkingAFineCheckerboardDoesNotAlias) {
