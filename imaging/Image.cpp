@@ -55,6 +55,16 @@ class PixelPool {
             std::free(p);
         return {};
     }
+    void releaseAll() {
+        std::vector<Block> stale;
+        {
+            std::lock_guard lock(mutex_);
+            stale.swap(blocks_);
+            held_ = 0;
+        }
+        for (const Block& b : stale)
+            std::free(b.pixels);
+    }
     void give(Block block) {
         {
             std::lock_guard lock(mutex_);
@@ -136,6 +146,10 @@ Image Image::filled(int width, int height, Pixel colour) {
         p[0] = colour.r, p[1] = colour.g, p[2] = colour.b, p[3] = colour.a;
     }
     return image;
+}
+
+void releaseFreedPictures() {
+    pool().releaseAll();
 }
 
 }  // namespace ql::img

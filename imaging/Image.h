@@ -69,4 +69,9 @@ inline float luma(float r, float g, float b) {
     return lumaR * r + lumaG * g + lumaB * b;
 }
 
+/// Returns the memory of freed pictures kept for reuse to the system: for work that follows a
+/// render and allocates memory of other kinds (encoding a file), so that the kept pictures do not
+/// add to its peak.
+void releaseFreedPictures();
+
 }  // namespace ql::img

@@ -120,6 +120,10 @@ void exportImage(ImageSource& source, const Adjustments& adjustments, const Pipe
         cannotWrite(to, "not enough memory to render this photo");
     }
     if (picture.empty()) cannotWrite(to, "the export was cancelled");
+    // The TIFF and PNG writers hold a whole copy of the picture in their own samples and the
+    // metadata is written by reading the file back; the kept pictures of the stages would only
+    // add to that peak. A JPEG's peak is the render's, and its next photo reuses them.
+    if (options.format != ExportFormat::jpeg) img::releaseFreedPictures();
     try {
         writeImage(picture, to, options.format, level, properties, exec);
     } catch (const std::exception& e) {
