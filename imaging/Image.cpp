@@ -20,8 +20,9 @@ constexpr size_t kMaxPooled = size_t(1) << 30;
 // into memory that is already mapped, instead of the kernel clearing fresh pages first, which
 // costs as much as a pass over the picture. The smallest block that holds a request is taken,
 // and only when it is at most half as large again, so a small picture never pins a large block.
-// A request that nothing fits returns every block to the system before it allocates, so the
-// pool adds to the peak the pictures alive at one time reach at most such small pictures.
+// A request that nothing fits returns every block to the system before it allocates, so that
+// kept blocks do not add to the peak of the pictures alive at one time; only a request far
+// smaller than the kept blocks allocates beside them.
 class PixelPool {
   public:
     struct Block {
@@ -29,7 +30,7 @@ class PixelPool {
         size_t bytes = 0;
     };
     Block take(size_t bytes) {
-        std::vector<void*> stale;
+        std::vector<Block> stale;
         {
             std::lock_guard lock(mutex_);
             auto best = blocks_.end();
@@ -46,13 +47,10 @@ class PixelPool {
             // A picture far smaller than what waits here (a shrunk copy for a stage to judge
             // surroundings on) leaves the blocks for the full-size pictures that follow.
             if (bytes <= held_ / 8) return {};
-            for (const Block& b : blocks_)
-                stale.push_back(b.pixels);
-            blocks_.clear();
+            stale.swap(blocks_);
             held_ = 0;
         }
-        for (void* p : stale)
-            std::free(p);
+        release(stale);
         return {};
     }
     void releaseAll() {
@@ -62,8 +60,7 @@ class PixelPool {
             stale.swap(blocks_);
             held_ = 0;
         }
-        for (const Block& b : stale)
-            std::free(b.pixels);
+        release(stale);
     }
     void give(Block block) {
         {
@@ -78,6 +75,12 @@ class PixelPool {
     }
 
   private:
+    // Outside the lock: returning memory to the system can take a while.
+    static void release(const std::vector<Block>& blocks) {
+        for (const Block& b : blocks)
+            std::free(b.pixels);
+    }
+
     std::mutex mutex_;
     std::vector<Block> blocks_;
     size_t held_ = 0;
