@@ -103,7 +103,7 @@ void exportImage(ImageSource& source, const Adjustments& adjustments, const Pipe
         exportProperties(source.properties(), copyright, meta ? &*meta : nullptr);
     const double quality = std::isfinite(options.quality) ? options.quality : 92.0;
     const int level = int(std::lround(std::clamp(quality, 0.0, 100.0)));
-    if (deliveredUnchanged(source, adjustments, options, watermark))
+    if (deliveredUnchanged(source, adjustments, options, watermark)) {
         if (const auto jpeg = source.unchangedJpeg(jpegOptions(level), exec)) {
             try {
                 writeEncodedJpeg(*jpeg, source.fullSize().width, source.fullSize().height, to,
@@ -113,6 +113,8 @@ void exportImage(ImageSource& source, const Adjustments& adjustments, const Pipe
             }
             return;
         }
+        if (exec.cancelled()) cannotWrite(to, "the export was cancelled");
+    }
     img::Image picture;
     try {
         picture = render(source, adjustments, pipeline, options, watermark, exec);
