@@ -1,6 +1,8 @@
 // Turning a stored picture upright by its EXIF orientation.
 #pragma once
 
+#include <cstddef>
+
 #include "Execution.h"
 #include "Image.h"
 
@@ -41,6 +43,12 @@ inline SourcePoint orientedSource(int orientation, int w, int h, int x, int y) {
             return {x, y};
     }
 }
+
+/// Copies a stored picture of w × h pixels of `pixelBytes` each (3: 8-bit RGB, or 16: float
+/// RGBA) into `out` (its upright size, tightly packed) as `orientation` turns it. Returns false
+/// when cancelled.
+bool orientPixels(const void* in, int w, int h, size_t pixelBytes, int orientation, void* out,
+                  const Execution& exec = {});
 
 /// The picture as it should be displayed, for a stored picture with the given orientation:
 /// 2 mirrors, 3 turns half way, 4 flips, 5 transposes, 6 turns a quarter clockwise, 7 transverses,

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <csetjmp>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -359,26 +358,6 @@ std::vector<uint8_t> encoded(const EncodeSession& s) {
     return std::vector<uint8_t>(s.buffer, s.buffer + s.size);
 }
 
-// 8-bit RGB turned upright; blocks of rows keep the column walks of quarter turns in the cache.
-std::vector<uint8_t> orient8(const std::vector<uint8_t>& in, int w, int h, int orientation,
-                             const Execution& exec) {
-    const bool swap = swapsAxes(orientation);
-    const int ow = swap ? h : w, oh = swap ? w : h;
-    std::vector<uint8_t> out(in.size());
-    constexpr int kBlock = 64;
-    parallelFor(0, (oh + kBlock - 1) / kBlock, exec, [&](int b0, int b1) {
-        for (int by = b0 * kBlock; by < std::min(oh, b1 * kBlock); by += kBlock)
-            for (int bx = 0; bx < ow; bx += kBlock)
-                for (int oy = by; oy < std::min(oh, by + kBlock); ++oy)
-                    for (int ox = bx; ox < std::min(ow, bx + kBlock); ++ox) {
-                        const SourcePoint p = orientedSource(orientation, w, h, ox, oy);
-                        std::memcpy(&out[(size_t(oy) * size_t(ow) + size_t(ox)) * 3],
-                                    &in[(size_t(p.y) * size_t(w) + size_t(p.x)) * 3], 3);
-                    }
-    });
-    return out;
-}
-
 }  // namespace
 
 std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& options,
@@ -442,7 +421,11 @@ std::optional<std::vector<uint8_t>> reencodeJpeg(std::span<const uint8_t> bytes,
         if (!decoded) throw DecodeError(d->errors.message);
     } else {
         if (!readAll(d.get(), false)) throw DecodeError(d->errors.message);
-        if (orientation != 1) d->samples = orient8(d->samples, w, h, orientation, exec);
+        if (orientation != 1) {
+            std::vector<uint8_t> upright(d->samples.size());
+            orientPixels(d->samples.data(), w, h, 3, orientation, upright.data(), exec);
+            d->samples.swap(upright);
+        }
         const bool swap = swapsAxes(orientation);
         const int ow = swap ? h : w;
         auto rowAt = [&](int y) -> const uint8_t* {
