@@ -6,6 +6,7 @@
 namespace ql::img::simd {
 
 using v4 = float __attribute__((vector_size(16)));
+using v4i = int __attribute__((vector_size(16)));
 
 inline v4 splat(float f) {
     return v4{f, f, f, f};

@@ -70,11 +70,9 @@ void toSrgb8(const float* rgba, int width, uint8_t* out, int channels) {
     if (channels == 3) {
         // The common case of a photo: opaque pixels need no unpremultiplication.
         int x = 0;
-        for (; x < width && rgba[x * 4 + 3] >= 1; ++x) {
-            out[x * 3] = code(rgba[x * 4]);
-            out[x * 3 + 1] = code(rgba[x * 4 + 1]);
-            out[x * 3 + 2] = code(rgba[x * 4 + 2]);
-        }
+        const uint8_t* codes = code.codes();
+        for (; x < width && rgba[x * 4 + 3] >= 1; ++x)
+            srgb8CodesOf(codes, rgba + x * 4, out + x * 3);
         if (x == width) return;
         rgba += x * 4, out += x * 3, width -= x;
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "imaging/Image.h"
+#include "imaging/Simd.h"
 
 namespace ql::img {
 
@@ -20,6 +21,15 @@ inline uint8_t srgb8Code(const uint8_t* codes, float linear) {
     // and make a wild index). The index goes through int: one instruction where size_t is several.
     const float v = linear > 0 ? (linear < 1 ? linear : 1.0f) : 0.0f;
     return codes[int(v * 65536 + 0.5f)];
+}
+/// srgb8Code of a pixel's three colour channels (`rgba`, four floats) at once, into out[0..2].
+inline void srgb8CodesOf(const uint8_t* codes, const float* rgba, uint8_t* out) {
+    const simd::v4 zero = simd::splat(0), one = simd::splat(1);
+    simd::v4 v = simd::load(rgba);
+    v = v > zero ? v : zero;  // NaN fails the test, as in srgb8Code
+    v = v < one ? v : one;
+    const simd::v4i i = __builtin_convertvector(v * 65536.0f + 0.5f, simd::v4i);
+    out[0] = codes[i[0]], out[1] = codes[i[1]], out[2] = codes[i[2]];
 }
 uint8_t srgb8(float linear);
 

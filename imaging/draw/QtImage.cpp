@@ -5,7 +5,6 @@
 #include <cstdint>
 
 #include "imaging/Execution.h"
-#include "imaging/Simd.h"
 #include "imaging/SrgbTransfer.h"
 #include "imaging/codec/OutputSamples.h"
 
@@ -21,21 +20,13 @@ QImage toQImage(const Image& image) {
     const qsizetype line = out.bytesPerLine();
     const int width = image.width();
     parallelFor(0, image.height(), {}, [&](int begin, int end) {
-        using simd::v4;
-        using v4i = int __attribute__((vector_size(16)));
-        const v4 zero = simd::splat(0), one = simd::splat(1);
         for (int y = begin; y < end; ++y) {
             const float* in = image.row(y);
             uint8_t* px = bits + y * line;
             for (int x = 0; x < width; ++x, in += 4, px += 4) {
-                if (in[3] >= 1) {
-                    // Opaque, nearly every pixel: the three table indices at once (as srgb8Code
-                    // makes them; NaN fails v > 0 and becomes 0), then one lookup a channel.
-                    v4 v = simd::load(in);
-                    v = v > zero ? v : zero;
-                    v = v < one ? v : one;
-                    const v4i i = __builtin_convertvector(v * 65536.0f + 0.5f, v4i);
-                    px[0] = codes[i[0]], px[1] = codes[i[1]], px[2] = codes[i[2]], px[3] = 255;
+                if (in[3] >= 1) {  // opaque, nearly every pixel
+                    srgb8CodesOf(codes, in, px);
+                    px[3] = 255;
                     continue;
                 }
                 const float a = std::min(in[3], 1.0f);
