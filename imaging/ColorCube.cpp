@@ -1,6 +1,8 @@
 #include "ColorCube.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "PixelMap.h"
 #include "Simd.h"
@@ -21,11 +23,26 @@ float clamp01(float v) {
     return v > 0 ? (v < 1 ? v : 1) : 0;
 }  // NaN gives 0
 
-// `t` holds node coordinates in [0, dimension − 1]; gives the interpolated node value (its fourth
-// lane is the nodes' own). Nodes are RGBA, so one vector lerp interpolates the three channels of
-// a node pair at once.
-[[gnu::always_inline]] inline simd::v4 trilinear(const Cube& cube, const float* t) {
+// The trilinear blend of the cell whose lowest node is `p000`, at fractions (fr, fg, fb) along
+// its axes; the fourth lane is the nodes' own. Nodes are RGBA, so one vector lerp interpolates
+// the three channels of a node pair at once.
+[[gnu::always_inline]] inline simd::v4 interpolate(const float* p000, const Cube& cube, float fr,
+                                                   float fg, float fb) {
     using simd::v4;
+    const float* p010 = p000 + cube.greenStride;
+    const float* p001 = p000 + cube.blueStride;
+    const float* p011 = p001 + cube.greenStride;
+    const v4 wr = simd::splat(fr), wg = simd::splat(fg), wb = simd::splat(fb);
+    const auto lerp = [](v4 a, v4 b, v4 w) { return a + w * (b - a); };
+    const v4 c00 = lerp(simd::load(p000), simd::load(p000 + 4), wr);
+    const v4 c10 = lerp(simd::load(p010), simd::load(p010 + 4), wr);
+    const v4 c01 = lerp(simd::load(p001), simd::load(p001 + 4), wr);
+    const v4 c11 = lerp(simd::load(p011), simd::load(p011 + 4), wr);
+    return lerp(lerp(c00, c10, wg), lerp(c01, c11, wg), wb);
+}
+
+// `t` holds node coordinates in [0, dimension − 1]; gives the interpolated node value.
+[[gnu::always_inline]] inline simd::v4 trilinear(const Cube& cube, const float* t) {
     int i[3];
     float f[3];
     for (int k = 0; k < 3; ++k) {
@@ -34,16 +51,7 @@ float clamp01(float v) {
     }
     const float* p000 = cube.nodes + size_t(i[0]) * 4 + size_t(i[1]) * cube.greenStride +
                         size_t(i[2]) * cube.blueStride;
-    const float* p010 = p000 + cube.greenStride;
-    const float* p001 = p000 + cube.blueStride;
-    const float* p011 = p001 + cube.greenStride;
-    const v4 fr = simd::splat(f[0]), fg = simd::splat(f[1]), fb = simd::splat(f[2]);
-    const auto lerp = [](v4 a, v4 b, v4 w) { return a + w * (b - a); };
-    const v4 c00 = lerp(simd::load(p000), simd::load(p000 + 4), fr);
-    const v4 c10 = lerp(simd::load(p010), simd::load(p010 + 4), fr);
-    const v4 c01 = lerp(simd::load(p001), simd::load(p001 + 4), fr);
-    const v4 c11 = lerp(simd::load(p011), simd::load(p011 + 4), fr);
-    return lerp(lerp(c00, c10, fg), lerp(c01, c11, fg), fb);
+    return interpolate(p000, cube, f[0], f[1], f[2]);
 }
 
 // The decoded colour of encoded node values: three channels at once while they lie in [0, 1],
@@ -93,6 +101,135 @@ template <class Decode>
     }
 }
 
+namespace {
+
+// Every lane of a comparison's result true.
+[[gnu::always_inline]] inline bool allSet(simd::v8i mask) {
+    uint64_t w[4];
+    std::memcpy(w, &mask, sizeof w);
+    return (w[0] & w[1] & w[2] & w[3]) == ~uint64_t(0);
+}
+
+// A cube applied in sRGB-encoded space: what one row of it needs.
+struct SrgbCube {
+    Cube cube;
+    const SrgbEncodeTable& encode;
+    float scale;  // dimension − 1
+    EdgeRuns runs;
+};
+
+// One pixel the general way: any alpha, any value.
+[[gnu::noinline]] void srgbCubePixel(const SrgbCube& job, const float* in, float* out) {
+    const float a = in[3];
+    const float u = unpremultiplyScale(a), m = premultiplyScale(a);
+    const float c[3] = {in[0] * u, in[1] * u, in[2] * u};
+    const float t[3] = {job.encode.clamped(c[0]) * job.scale, job.encode.clamped(c[1]) * job.scale,
+                        job.encode.clamped(c[2]) * job.scale};
+    float o[3];
+    decodeInto(trilinear(job.cube, t), o);
+    if (!inside(c)) extend(job.cube, c, t, o, decodeInto, job.runs);
+    out[0] = o[0] * m, out[1] = o[1] * m, out[2] = o[2] * m, out[3] = a;
+}
+
+// Trilinear interpolation of pixels 2p and 2p + 1 of eight: each one's cell starts at its
+// `offset` and is crossed at its fractions `frac`; gives both results, four lanes each.
+template <int p>
+[[gnu::always_inline]] inline simd::v8 interpolatePair(const Cube& cube, const simd::v8i& offset,
+                                                       const simd::v8* frac) {
+    using simd::v8;
+    const float* a = cube.nodes + offset[2 * p];
+    const float* b = cube.nodes + offset[2 * p + 1];
+    const size_t g = cube.greenStride, bl = cube.blueStride;
+    const auto corner = [a, b](size_t at) {
+        return __builtin_shufflevector(simd::load(a + at), simd::load(b + at), 0, 1, 2, 3, 4, 5, 6,
+                                       7);
+    };
+    const auto weight = [](v8 f) {
+        return __builtin_shufflevector(f, f, 2 * p, 2 * p, 2 * p, 2 * p, 2 * p + 1, 2 * p + 1,
+                                       2 * p + 1, 2 * p + 1);
+    };
+    const v8 wr = weight(frac[0]), wg = weight(frac[1]), wb = weight(frac[2]);
+    const auto lerp = [](v8 x, v8 y, v8 w) { return x + w * (y - x); };
+    const v8 c00 = lerp(corner(0), corner(4), wr);
+    const v8 c10 = lerp(corner(g), corner(g + 4), wr);
+    const v8 c01 = lerp(corner(bl), corner(bl + 4), wr);
+    const v8 c11 = lerp(corner(g + bl), corner(g + bl + 4), wr);
+    return lerp(lerp(c00, c10, wg), lerp(c01, c11, wg), wb);
+}
+
+// The usual case eight pixels at a time: opaque, colour within [0, 1], nodes within [0, 1].
+// Encoding and cell finding work on one channel of all eight pixels; the interpolation and the
+// decode on two whole pixels a vector. One pixel's chain of steps is long and serial, and this
+// lets the steps of neighbouring pixels overlap. Gives false, having written nothing, where a
+// pixel needs the general way.
+[[gnu::always_inline]] inline bool srgbCubeEight(const SrgbCube& job, const float* in, float* out) {
+    using simd::v8, simd::v8i;
+    const v8 q[4] = {simd::load8(in), simd::load8(in + 8), simd::load8(in + 16),
+                     simd::load8(in + 24)};
+    // Pixels to channels: rg = r0..r3 g0..g3, ba = b0..b3 a0..a3, and the same for pixels 4..7.
+    const v8 rg0 = __builtin_shufflevector(q[0], q[1], 0, 4, 8, 12, 1, 5, 9, 13);
+    const v8 ba0 = __builtin_shufflevector(q[0], q[1], 2, 6, 10, 14, 3, 7, 11, 15);
+    const v8 rg1 = __builtin_shufflevector(q[2], q[3], 0, 4, 8, 12, 1, 5, 9, 13);
+    const v8 ba1 = __builtin_shufflevector(q[2], q[3], 2, 6, 10, 14, 3, 7, 11, 15);
+    const v8 colour[3] = {__builtin_shufflevector(rg0, rg1, 0, 1, 2, 3, 8, 9, 10, 11),
+                          __builtin_shufflevector(rg0, rg1, 4, 5, 6, 7, 12, 13, 14, 15),
+                          __builtin_shufflevector(ba0, ba1, 0, 1, 2, 3, 8, 9, 10, 11)};
+    const v8 alpha = __builtin_shufflevector(ba0, ba1, 4, 5, 6, 7, 12, 13, 14, 15);
+    v8i usual = alpha >= 1.0f;
+    for (const v8& c : colour)
+        usual &= (c >= 0.0f) & (c <= 1.0f);
+    v8i offset = v8i{} + 0;
+    v8 frac[3];
+    const int last = job.cube.last - 1;
+    const v8i strides[3] = {v8i{} + 4, v8i{} + int(job.cube.greenStride),
+                            v8i{} + int(job.cube.blueStride)};
+    for (int c = 0; c < 3; ++c) {
+        const v8 t = job.encode.clamped(colour[c]) * job.scale;
+        v8i i = __builtin_convertvector(t, v8i);
+        i = i < last ? i : last;
+        frac[c] = t - __builtin_convertvector(i, v8);
+        offset += i * strides[c];
+    }
+    const v8 r0 = interpolatePair<0>(job.cube, offset, frac);
+    const v8 r1 = interpolatePair<1>(job.cube, offset, frac);
+    const v8 r2 = interpolatePair<2>(job.cube, offset, frac);
+    const v8 r3 = interpolatePair<3>(job.cube, offset, frac);
+    // The nodes' own alpha lanes do not count.
+    const v8i alphaLanes{0, 0, 0, -1, 0, 0, 0, -1};
+    const v8i decodable = ((r0 >= 0.0f) & (r0 <= 1.0f) & (r1 >= 0.0f) & (r1 <= 1.0f) &
+                           (r2 >= 0.0f) & (r2 <= 1.0f) & (r3 >= 0.0f) & (r3 <= 1.0f)) |
+                          alphaLanes;
+    if (!allSet(usual & decodable)) [[unlikely]]
+        return false;
+    // Alpha comes from the input: lanes 3 and 7 of each pair are the input's own.
+    simd::store(out, __builtin_shufflevector(srgbDecodeUnit(r0), q[0], 0, 1, 2, 11, 4, 5, 6, 15));
+    simd::store(out + 8,
+                __builtin_shufflevector(srgbDecodeUnit(r1), q[1], 0, 1, 2, 11, 4, 5, 6, 15));
+    simd::store(out + 16,
+                __builtin_shufflevector(srgbDecodeUnit(r2), q[2], 0, 1, 2, 11, 4, 5, 6, 15));
+    simd::store(out + 24,
+                __builtin_shufflevector(srgbDecodeUnit(r3), q[3], 0, 1, 2, 11, 4, 5, 6, 15));
+    return true;
+}
+
+// One row: eight pixels at a time where they are usual, the general way elsewhere. Built for
+// wider vector registers too where the processor has them.
+[[gnu::target_clones("arch=x86-64-v3", "default")]] void srgbCubeRow(const SrgbCube& job,
+                                                                     const float* in, float* out,
+                                                                     int width) {
+    int x = 0;
+    for (; x + 8 <= width; x += 8) {
+        if (srgbCubeEight(job, in + 4 * x, out + 4 * x)) [[likely]]
+            continue;
+        for (int k = x; k < x + 8; ++k)
+            srgbCubePixel(job, in + 4 * k, out + 4 * k);
+    }
+    for (; x < width; ++x)
+        srgbCubePixel(job, in + 4 * x, out + 4 * x);
+}
+
+}  // namespace
+
 Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& exec) {
     const int n = p.dimension;
     // The upper limit only keeps the size computation from overflowing.
@@ -111,34 +248,18 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
             extend(cube, in, t, c, copy, {1 / scale, -1 / scale});
         });
     }
-    const SrgbEncodeTable& encode = SrgbEncodeTable::shared();
     // Through the same decode as the lookups, so that an identity cube continues with slope 1.
     float nodes[3];
     decodeInto(simd::v4{1, float(n - 2) / scale, 1 / scale, 0}, nodes);
-    const EdgeRuns runs{nodes[0] - nodes[1], srgbDecodeUnit(simd::splat(0))[0] - nodes[2]};
-    // Written out rather than through mapUnpremultiplied, with everything captured by value: the
-    // opaque pixels of a photo then take a path the compiler keeps in registers.
-    const auto lookup =
-        [ cube, scale, &encode, runs ](const float* in, float* out) __attribute__((always_inline)) {
-        const float t[3] = {encode.clamped(in[0]) * scale, encode.clamped(in[1]) * scale,
-                            encode.clamped(in[2]) * scale};
-        decodeInto(trilinear(cube, t), out);
-        if (!inside(in)) [[unlikely]]
-            extend(cube, in, t, out, decodeInto, runs);
-    };
-    return mapPixels(input, exec, [lookup](const float* in, float* out) {
-        const float a = in[3];
-        if (a >= 1) [[likely]] {
-            lookup(in, out);
-            out[3] = a;
-            return;
-        }
-        const float u = unpremultiplyScale(a), m = premultiplyScale(a);
-        const float c[3] = {in[0] * u, in[1] * u, in[2] * u};
-        float o[3];
-        lookup(c, o);
-        out[0] = o[0] * m, out[1] = o[1] * m, out[2] = o[2] * m, out[3] = a;
+    const EdgeRuns runs{nodes[0] - nodes[1], srgbDecodeUnit(simd::splat(0.0f))[0] - nodes[2]};
+    const SrgbCube job{cube, SrgbEncodeTable::shared(), scale, runs};
+    Image out = Image::forOverwrite(input.width(), input.height());
+    const int w = input.width();
+    const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y)
+            srgbCubeRow(job, input.row(y), out.row(y), w);
     });
+    return done ? out : Image{};
 }
 
 }  // namespace ql::img

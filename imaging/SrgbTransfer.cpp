@@ -20,13 +20,15 @@ float srgbDecode(float encoded) {
 
 SrgbEncodeTable::SrgbEncodeTable() {
     const int steps = kOctaves << kMantissaBits;
-    nodes_.resize(size_t(steps) + 1);  // x < 1 reads nodes below the last; x = 1 is exact
+    // One node past 1, equal to it: 1 itself reads the node above its own, with weight 0.
+    nodes_.resize(size_t(steps) + 2);
     for (int k = 0; k <= steps; ++k) {
         const double octave = std::ldexp(1.0, (k >> kMantissaBits) - kOctaves);
         const double x =
             octave * (1 + double(k & ((1 << kMantissaBits) - 1)) / (1 << kMantissaBits));
         nodes_[size_t(k)] = srgbEncode(float(x));
     }
+    nodes_[size_t(steps) + 1] = nodes_[size_t(steps)];
 }
 
 const SrgbEncodeTable& SrgbEncodeTable::shared() {

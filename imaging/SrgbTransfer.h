@@ -42,6 +42,30 @@ class SrgbEncodeTable {
         const float f = float(bits & ((1u << kShift) - 1)) * (1.0f / (1u << kShift));
         return nodes_[i] + f * (nodes_[i + 1] - nodes_[i]);
     }
+    /// clamped() of four or eight values at once (simd::v4 or simd::v8): the same result, lane
+    /// by lane.
+    template <class V>
+    [[gnu::always_inline]] V clamped(V linear) const {
+        using VI = decltype(linear < linear);
+        constexpr int lanes = sizeof(V) / sizeof(float);
+        const V zero = V{} + 0.0f, one = V{} + 1.0f;
+        V x = linear > zero ? linear : zero;  // NaN fails the test
+        x = x < one ? x : one;
+        VI bits;
+        std::memcpy(&bits, &x, sizeof bits);
+        VI i = (bits >> kShift) - int(kFirstIndex);
+        i = i > 0 ? i : 0;  // below the table, where the straight segment is taken instead
+        const V f =
+            __builtin_convertvector(bits & ((1 << kShift) - 1), V) * (1.0f / (1u << kShift));
+        const float* n = nodes_.data();
+        V lo, hi;
+        for (int k = 0; k < lanes; ++k) {
+            lo[k] = n[i[k]];
+            hi[k] = n[i[k] + 1];
+        }
+        const V table = lo + f * (hi - lo);
+        return x < kStart ? x * 12.92f : table;
+    }
     /// Any value: the table inside [0, 1], the exact curve outside.
     float operator()(float linear) const {
         return linear >= 0 && linear <= 1 ? clamped(linear) : srgbEncode(linear);
@@ -78,21 +102,21 @@ class SrgbDecodeTable {
     std::vector<float> nodes_;
 };
 
-/// srgbDecode of four values in [0, 1] at once (outside, the result is undefined): the straight
-/// segment, and above it a degree-9 polynomial fitted at Chebyshev nodes, within 4e-7 of the
-/// curve. For operations that decode three channels a pixel, where tables cost more.
-inline simd::v4 srgbDecodeUnit(simd::v4 encoded) {
+/// srgbDecode of four or eight values in [0, 1] at once (outside, the result is undefined): the
+/// straight segment, and above it a degree-9 polynomial fitted at Chebyshev nodes, within 4e-7 of
+/// the curve. For operations that decode three channels a pixel, where tables cost more.
+template <class V>
+[[gnu::always_inline]] inline V srgbDecodeUnit(V encoded) {
     constexpr float from = 0.04045f, to = 1.0f;
     static constexpr float c[10] = {
         0.233240768f,   0.466891408f,     0.272598803f,    0.0303106252f,    -0.00384194683f,
         0.00104290666f, -0.000240251204f, 7.92390492e-05f, -0.000191748666f, 0.000110271831f};
-    const simd::v4 u = (encoded + encoded - (from + to)) * (1.0f / (to - from));
+    const V u = (encoded + encoded - (from + to)) * (1.0f / (to - from));
     // Estrin's scheme: a shallow tree of products instead of Horner's chain of nine.
-    const simd::v4 u2 = u * u, u4 = u2 * u2, u8 = u4 * u4;
-    const auto pair = [&u](float a, float b) { return a + b * u; };
-    const simd::v4 curve = pair(c[0], c[1]) + u2 * pair(c[2], c[3]) +
-                           u4 * (pair(c[4], c[5]) + u2 * pair(c[6], c[7])) + u8 * pair(c[8], c[9]);
-    const simd::v4 straight = encoded * (1.0f / 12.92f);
+    const V u2 = u * u, u4 = u2 * u2, u8 = u4 * u4;
+    const V curve = (c[0] + c[1] * u) + u2 * (c[2] + c[3] * u) +
+                    u4 * ((c[4] + c[5] * u) + u2 * (c[6] + c[7] * u)) + u8 * (c[8] + c[9] * u);
+    const V straight = encoded * (1.0f / 12.92f);
     return encoded <= from ? straight : curve;
 }
 

@@ -164,6 +164,15 @@ TEST(SrgbTransfer, CurveTablesAndImages) {
     }
     EXPECT_LT(worst, 1e-6f);
     EXPECT_EQ(encode.clamped(NAN), 0);
+    // Eight at a time, the same values lane by lane, out of range and NaN included.
+    const float lanes[] = {-1, 0, 1e-7f, 0.002f, 0.0031308f, 0.5f, 1, 7, NAN, 0.999999f, 1e-3f};
+    for (float x : lanes)
+        for (float y : lanes) {
+            const simd::v8 v{x, y, x * 0.5f, y * 0.25f, 1 - x, 1 - y, x * y, x + y};
+            const simd::v8 e = encode.clamped(v);
+            for (int k = 0; k < 8; ++k)
+                EXPECT_EQ(e[k], encode.clamped(v[k])) << v[k];
+        }
     EXPECT_EQ(encode(-4), srgbEncode(-4));
 
     const Image in = translucent(40, 9, 6);
@@ -274,6 +283,49 @@ TEST(ColorCube, TrilinearLookup) {
         });
         EXPECT_LT(maxDifference(colorCube(clamped, p), expected), srgb ? 2e-4f : 1e-5f);
         expectThreadIndependent([&](const Execution& e) { return colorCube(in, p, e); });
+    }
+}
+
+TEST(ColorCube, APixelComesOutAsItWouldAlone) {
+    // Wide rows go through the cube several pixels at a time; a pixel must come out as it does on
+    // its own, whatever its neighbours, and at a row's ragged end.
+    const auto grade = [](float r, float g, float b) {
+        return Pixel{std::sqrt(r) * 0.9f + 0.05f * b, g * g, 0.6f * b + 0.3f * r * g, 1};
+    };
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<float> u(0, 1);
+    Image in = Image::forOverwrite(37, 6);
+    for (int y = 0; y < in.height(); ++y)
+        for (int x = 0; x < in.width(); ++x) {
+            float* p = in.row(y) + 4 * x;
+            p[0] = u(rng), p[1] = u(rng), p[2] = u(rng), p[3] = 1;
+        }
+    // One unusual pixel a row from the third on: translucent, above white, below black, NaN.
+    in.row(2)[4 * 9 + 3] = 0.5f;
+    in.row(3)[4 * 20 + 1] = 1.3f;
+    in.row(4)[4 * 30 + 2] = -0.2f;
+    in.row(5)[4 * 35 + 0] = NAN;
+    for (bool srgb : {true, false}) {
+        const ColorCubeParams p = cube(48, srgb, grade);
+        const Image out = colorCube(in, p);
+        int differing = 0;
+        for (int y = 0; y < in.height(); ++y)
+            for (int x = 0; x < in.width(); ++x) {
+                const Pixel alone = colorCube(Image::filled(1, 1, in.at(x, y)), p).at(0, 0);
+                const Pixel got = out.at(x, y);
+                const float d = std::max({std::abs(got.r - alone.r), std::abs(got.g - alone.g),
+                                          std::abs(got.b - alone.b), std::abs(got.a - alone.a)});
+                differing += !(d <= 1e-6f);
+            }
+        EXPECT_EQ(differing, 0) << (srgb ? "sRGB" : "linear");
+        // The usual pixels also against the slow sum with the exact curve.
+        const Pixel first = in.at(0, 0), got = out.at(0, 0);
+        const auto enc = [&](float v) { return srgb ? srgbEncode(v) : v; };
+        const auto dec = [&](float v) { return srgb ? srgbDecode(v) : v; };
+        const Pixel e = slowLookup(p, enc(first.r), enc(first.g), enc(first.b));
+        EXPECT_NEAR(got.r, dec(e.r), 2e-4f);
+        EXPECT_NEAR(got.g, dec(e.g), 2e-4f);
+        EXPECT_NEAR(got.b, dec(e.b), 2e-4f);
     }
 }
 
