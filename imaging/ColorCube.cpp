@@ -219,6 +219,7 @@ template <int p>
                                                                      int width) {
     int x = 0;
     for (; x + 8 <= width; x += 8) {
+        prefetchAhead(in + 4 * x);
         if (srgbCubeEight(job, in + 4 * x, out + 4 * x)) [[likely]]
             continue;
         for (int k = x; k < x + 8; ++k)

@@ -6,6 +6,13 @@
 
 namespace ql::img {
 
+/// Asks for the pixels 128 ahead of `at` in a row: loops that do little for each pixel they read
+/// otherwise wait on memory, since the processor's own prefetch does not run far enough ahead.
+/// Cheap enough to issue every few pixels; an address past the end is harmless.
+[[gnu::always_inline]] inline void prefetchAhead(const float* at) {
+    __builtin_prefetch(at + 512);
+}
+
 /// out = f(in) pixel by pixel, rows in parallel. `f(const float* in, float* out)` sees four
 /// floats each. Returns an empty image when cancelled.
 template <class F>
@@ -16,8 +23,10 @@ Image mapPixels(const Image& input, const Execution& exec, F&& f) {
         for (int y = y0; y < y1; ++y) {
             const float* in = input.row(y);
             float* o = out.row(y);
-            for (int x = 0; x < w; ++x)
+            for (int x = 0; x < w; ++x) {
+                if (x % 8 == 0) prefetchAhead(in + 4 * x);
                 f(in + 4 * x, o + 4 * x);
+            }
         }
     });
     return done ? out : Image{};
@@ -33,8 +42,10 @@ Image mapPixels2(const Image& a, const Image& b, const Execution& exec, F&& f) {
             const float* pa = a.row(y);
             const float* pb = b.row(y);
             float* o = out.row(y);
-            for (int x = 0; x < w; ++x)
+            for (int x = 0; x < w; ++x) {
+                if (x % 8 == 0) prefetchAhead(pa + 4 * x), prefetchAhead(pb + 4 * x);
                 f(pa + 4 * x, pb + 4 * x, o + 4 * x);
+            }
         }
     });
     return done ? out : Image{};

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cmath>
 
+#include "imaging/codec/OutputSamples.h"
 #include "imaging/codec/PngCodec.h"
 #include "imaging/draw/QtImage.h"
 #include "imaging/draw/TextImage.h"
@@ -47,6 +48,27 @@ TEST(QtImage, EightBitPremultipliedSrgbAndBack) {
     const uchar* p = q.constScanLine(0);
     EXPECT_EQ(std::vector<int>(p, p + 12),
               (std::vector<int>{128, 0, 255, 255, 64, 64, 64, 128, 255, 0, 128, 255}));
+
+    // A wide row goes several pixels at a time: each pixel as it comes out alone, whatever its
+    // neighbours, up to the ragged end.
+    Image row(27, 2);
+    for (int x = 0; x < row.width(); ++x)
+        for (int y = 0; y < 2; ++y)
+            row.set(x, y, {x / 26.0f, 1 - x / 26.0f, (x * 7 % 11) / 10.0f, 1});
+    row.set(10, 1, {0.1f, 0.2f, 0.3f, 0.5f});
+    row.set(12, 1, {NAN, 2, -1, 1});
+    const QImage wide = img::toQImage(row);
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < row.width(); ++x) {
+            Image one(1, 1);
+            one.set(0, 0, row.at(x, y));
+            const QImage alone = img::toQImage(one);
+            EXPECT_EQ(
+                std::vector<int>(wide.constScanLine(y) + 4 * x, wide.constScanLine(y) + 4 * x + 4),
+                std::vector<int>(alone.constScanLine(0), alone.constScanLine(0) + 4))
+                << x << ", " << y;
+        }
+    EXPECT_EQ(wide.constScanLine(0)[4 * 13 + 1], img::srgb8(1 - 13 / 26.0f));
 
     QImage straight(1, 1, QImage::Format_ARGB32);
     straight.setPixel(0, 0, qRgba(255, 128, 0, 102));  // alpha 0.4, not premultiplied
