@@ -50,9 +50,10 @@ constexpr int kChunk = 256;
 /// Output pixels [x0, x1) of row y: source positions first (a loop the compiler vectorises),
 /// then the taps, so that sampling can look ahead. `at` is the pixel offset of the top-left tap
 /// when all four taps lie inside, else -1.
-void warpRun(const Image& input, const std::array<double, 9>& inv, EdgeMode edges, double fastW,
-             int y, int x0, int x1, std::vector<double>& pxs, std::vector<double>& pys,
-             std::vector<float>& axs, std::vector<float>& ays, std::vector<int>& at, float* o) {
+[[gnu::target_clones("arch=x86-64-v3", "default")]] void warpRun(
+    const Image& input, const std::array<double, 9>& inv, EdgeMode edges, double fastW, int y,
+    int x0, int x1, std::vector<double>& pxs, std::vector<double>& pys, std::vector<float>& axs,
+    std::vector<float>& ays, std::vector<int>& at, float* o) {
     using namespace simd;
     const int w = input.width(), h = input.height();
     const size_t stride = size_t(w) * 4;
