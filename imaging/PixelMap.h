@@ -1,6 +1,8 @@
 // Per-pixel operations: one new image, each pixel a function of the pixels at the same place.
 #pragma once
 
+#include <cstdint>
+
 #include "Execution.h"
 #include "Image.h"
 
@@ -10,7 +12,8 @@ namespace ql::img {
 /// otherwise wait on memory, since the processor's own prefetch does not run far enough ahead.
 /// Cheap enough to issue every few pixels; an address past the end is harmless.
 [[gnu::always_inline]] inline void prefetchAhead(const float* at) {
-    __builtin_prefetch(at + 512);
+    // As an address, not a pointer: past the end there is no object to point into.
+    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(at) + 2048));
 }
 
 /// out = f(in) pixel by pixel, rows in parallel. `f(const float* in, float* out)` sees four
