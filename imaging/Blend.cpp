@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "GaussianBlur.h"
 #include "PixelMap.h"
 
 namespace ql::img {
@@ -38,20 +39,25 @@ void luminosity(const float* b, const float* t, float* out) {
     std::copy(c, c + 3, out);
 }
 
-// The weighted form shared by the blends defined on unpremultiplied colour.
+// The weighted form shared by the blends defined on unpremultiplied colour, for one pixel.
+template <class B>
+void compositePixel(const float* t, const float* b, float* out, const B& mix) {
+    const float at = clamp01(t[3]), ab = clamp01(b[3]);
+    const float ut = unpremultiplyScale(t[3]), ub = unpremultiplyScale(b[3]);
+    const float tc[3] = {t[0] * ut, t[1] * ut, t[2] * ut};
+    const float bc[3] = {b[0] * ub, b[1] * ub, b[2] * ub};
+    float m[3];
+    mix(bc, tc, m);
+    const float both = at * ab;
+    for (int c = 0; c < 3; ++c)
+        out[c] = t[c] * (1 - ab) + b[c] * (1 - at) + both * m[c];
+    out[3] = at + ab - both;
+}
+
 template <class B>
 Image composite(const Image& top, const Image& bottom, const Execution& exec, B&& mix) {
     return mapPixels2(top, bottom, exec, [&mix](const float* t, const float* b, float* out) {
-        const float at = clamp01(t[3]), ab = clamp01(b[3]);
-        const float ut = unpremultiplyScale(t[3]), ub = unpremultiplyScale(b[3]);
-        const float tc[3] = {t[0] * ut, t[1] * ut, t[2] * ut};
-        const float bc[3] = {b[0] * ub, b[1] * ub, b[2] * ub};
-        float m[3];
-        mix(bc, tc, m);
-        const float both = at * ab;
-        for (int c = 0; c < 3; ++c)
-            out[c] = t[c] * (1 - ab) + b[c] * (1 - at) + both * m[c];
-        out[3] = at + ab - both;
+        compositePixel(t, b, out, mix);
     });
 }
 
@@ -95,6 +101,24 @@ Image blend(const Image& input, const Image& background, const BlendParams& p,
             return perChannel(input, background, exec, [](float t, float b) { return t + b; });
     }
     return background;
+}
+
+Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
+                                const Execution& exec) {
+    const float t = amount > 0 ? std::min(amount, 1.0f) : 0;  // NaN gives 0
+    if (input.empty() || t == 0 || !(radius >= 0.3f)) return input;
+    detail::BlurHooks hooks;
+    // The luminosity blend and the mix, as blend() and dissolve() would give them, made while
+    // the blur is written.
+    hooks.finish = [t](const float* in, const float* blurred, float* out, int count) {
+        for (int i = 0; i < 4 * count; i += 4) {
+            float smooth[4];
+            compositePixel(in + i, blurred + i, smooth, luminosity);
+            for (int c = 0; c < 4; ++c)
+                out[i + c] = t == 1 ? smooth[c] : in[i + c] + (smooth[c] - in[i + c]) * t;
+        }
+    };
+    return detail::gaussianBlurWith(input, {radius, EdgeMode::clamp}, hooks, exec);
 }
 
 }  // namespace ql::img

@@ -37,4 +37,12 @@ struct BlendParams {
 Image blend(const Image& input, const Image& background, const BlendParams& p,
             const Execution& exec = {});
 
+/// The colour of a Gaussian blur of `input` (σ `radius`, clamped edges) under the input's own
+/// luminosity, mixed with the input by `amount` in [0, 1]: blend(input, blur, luminosity), then
+/// dissolve from the input toward it. Smooths colour noise and keeps detail, in one pass over
+/// memory instead of three. Neutral (the input returned) for an amount of 0 or NaN and a radius
+/// below 0.3.
+Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
+                                const Execution& exec = {});
+
 }  // namespace ql::img

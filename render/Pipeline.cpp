@@ -118,10 +118,10 @@ Image localContrast(const Image& image, const Adjustments& a, const Image& skin,
 
 Image chromaNoise(const Image& image, double noiseReduction, const Frame& f) {
     const double k = std::min(noiseReduction, 100.0) / 100;
-    const Image colour = blurred(image, f.longEdge * (k * 0.0022 + 0.0008), f.exec);
-    const Image smooth = luminosityOver(image, colour, f.exec);
-    return keepIfEmpty(img::dissolve(image, smooth, {float(std::min(k + 0.35, 1.0))}, f.exec),
-                       image);
+    return keepIfEmpty(
+        img::blurColourUnderLuminosity(image, float(f.longEdge * (k * 0.0022 + 0.0008)),
+                                       float(std::min(k + 0.35, 1.0)), f.exec),
+        image);
 }
 
 Image vignette(const Image& image, double amount, double midpoint, const Execution& exec) {

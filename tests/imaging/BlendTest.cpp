@@ -7,6 +7,7 @@
 #include "ImageTesting.h"
 #include "imaging/Blend.h"
 #include "imaging/Composite.h"
+#include "imaging/GaussianBlur.h"
 
 namespace ql::img {
 namespace {
@@ -100,6 +101,25 @@ TEST(Blend, LuminosityTakesTopLumaBottomHue) {
                1e-6f);
     expectThreadIndependent(
         [&](const Execution& e) { return blend(top, bottom, {BlendMode::luminosity}, e); });
+}
+
+TEST(Blend, BlurredColourUnderLuminosityIsTheThreeStepsInOne) {
+    // Translucent noise: every branch of the blend's alpha handling is taken.
+    const Image in = noise(37, 23, 9);
+    const Image blurred = gaussianBlur(in, {4.6f, EdgeMode::clamp});
+    const Image smooth = blend(in, blurred, {BlendMode::luminosity});
+    for (float amount : {0.6f, 1.0f, 3.0f})
+        EXPECT_TRUE(
+            identical(blurColourUnderLuminosity(in, 4.6f, amount), dissolve(in, smooth, {amount})))
+            << amount;
+    EXPECT_TRUE(identical(
+        blurColourUnderLuminosity(in, 1.5f, 0.5f),
+        dissolve(in, blend(in, gaussianBlur(in, {1.5f}), {BlendMode::luminosity}), {0.5f})));
+    for (float amount : {0.0f, -1.0f, float(NAN)})
+        EXPECT_TRUE(blurColourUnderLuminosity(in, 4.6f, amount).sharesPixelsWith(in));
+    EXPECT_TRUE(blurColourUnderLuminosity(in, 0.2f, 1).sharesPixelsWith(in));
+    expectThreadIndependent(
+        [&](const Execution& e) { return blurColourUnderLuminosity(in, 4.6f, 0.7f, e); });
 }
 
 TEST(Composite, MaskDissolveAndSourceOver) {
