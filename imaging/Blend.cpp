@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "GaussianBlur.h"
 #include "PixelMap.h"
@@ -119,6 +120,32 @@ Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
         }
     };
     return detail::gaussianBlurWith(input, {radius, EdgeMode::clamp}, hooks, exec);
+}
+
+Image softLightGrey(const Image& input, const std::function<void(int, float*)>& levels,
+                    const Execution& exec) {
+    if (input.empty() || !levels) return input;
+    Image out = Image::forOverwrite(input.width(), input.height());
+    const int w = input.width();
+    const auto mix = [](const float* b, const float* t, float* m) {
+        for (int c = 0; c < 3; ++c)
+            m[c] = softLight(b[c], t[c]);
+    };
+    const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
+        std::vector<float> level(static_cast<size_t>(w));
+        for (int y = y0; y < y1; ++y) {
+            levels(y, level.data());
+            const float* b = input.row(y);
+            float* o = out.row(y);
+            for (int x = 0; x < w; ++x) {
+                if (x % 8 == 0) prefetchAhead(b + 4 * x);
+                const float v = level[size_t(x)];
+                const float grey[4] = {v, v, v, 1};
+                compositePixel(grey, b + 4 * x, o + 4 * x, mix);
+            }
+        }
+    });
+    return done ? out : Image{};
 }
 
 }  // namespace ql::img

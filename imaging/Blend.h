@@ -1,6 +1,8 @@
 // Blend modes: how a top image (the input) combines with the image below it (the background).
 #pragma once
 
+#include <functional>
+
 #include "Execution.h"
 #include "Image.h"
 
@@ -44,5 +46,11 @@ Image blend(const Image& input, const Image& background, const BlendParams& p,
 /// below 0.3.
 Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
                                 const Execution& exec = {});
+
+/// Film grain and the like in one pass: blend(grey, input, softLight) for an opaque grey top whose
+/// level along row y `levels(y, out)` writes (input.width() values), without making the grey
+/// picture. Neutral for an empty input or no level function.
+Image softLightGrey(const Image& input, const std::function<void(int y, float* levels)>& levels,
+                    const Execution& exec = {});
 
 }  // namespace ql::img

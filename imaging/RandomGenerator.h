@@ -22,4 +22,31 @@ struct RandomParams {
 /// exceed alpha.
 Image randomGenerator(const RandomParams& p, const Execution& exec = {});
 
+/// The generator's values one place at a time, for an operation that needs a channel of them
+/// without making the image: channel c of randomGenerator's pixel (x, y) for `seed` is
+/// RandomField(seed).at(x, y, c), bit for bit.
+class RandomField {
+  public:
+    explicit RandomField(uint32_t seed) : seedKey_(mix(uint64_t(seed) * kGolden + kGolden)) {}
+    float at(int x, int y, int channel) const { return channelOf(placeKey(x, y), channel); }
+
+  private:
+    friend Image randomGenerator(const RandomParams&, const Execution&);
+    static constexpr uint64_t kGolden = 0x9E3779B97F4A7C15ull;
+    // A 64-bit finaliser with full avalanche: every input bit flips each output bit with
+    // probability about one half, so neighbouring keys give unrelated values.
+    static uint64_t mix(uint64_t z) {
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+    uint64_t placeKey(int x, int y) const {
+        return mix((uint64_t(uint32_t(y)) << 32 | uint32_t(x)) ^ seedKey_);
+    }
+    static float channelOf(uint64_t key, int channel) {
+        return float(mix(key + uint64_t(channel + 1) * kGolden) >> 40) * (1.0f / (1 << 24));
+    }
+    uint64_t seedKey_;
+};
+
 }  // namespace ql::img

@@ -17,7 +17,6 @@
 #include "imaging/GaussianBlur.h"
 #include "imaging/HighlightShadowAdjust.h"
 #include "imaging/NoiseReduction.h"
-#include "imaging/PixelMap.h"
 #include "imaging/RandomGenerator.h"
 #include "imaging/SharpenLuminance.h"
 #include "imaging/Transform.h"
@@ -162,32 +161,41 @@ Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, cons
 Image Pipeline::addGrain(const Image& image, double amount, int longEdge, const Execution& exec) {
     if (!(amount > 0) || image.empty()) return image;
     const double a = std::min(amount, 1e6) * 0.5;
-    // Noise at the print's grain size, enlarged to the picture's resolution.
-    const double scale = std::max(longEdge / 2400.0, 1.0);
-    const int nw = int(std::ceil(image.width() / scale)) + 1;
-    const int nh = int(std::ceil(image.height() / scale)) + 1;
-    Image noise = img::randomGenerator({nw, nh, 0x6a7e11u}, exec);
-    if (noise.empty()) return image;
-    if (scale > 1) {
-        img::AffineParams p;
-        p.a = p.d = scale;
-        p.outWidth = image.width();
-        p.outHeight = image.height();
-        p.edges = img::EdgeMode::clamp;
-        noise = img::affineTransform(noise, p, exec);
-    } else {
-        noise = img::crop(noise, {0, 0, image.width(), image.height()}, exec);
-    }
-    if (noise.empty()) return image;
     // Monochrome, opaque; its mean sits 0.8·a below grey so grain darkens a little.
     const float gain = float(a), bias = float(0.5 - 1.3 * a);
-    const Image grain = img::mapPixels(noise, exec, [&](const float* in, float* out) {
-        const float v = in[0] * gain + bias;
-        out[0] = out[1] = out[2] = v;
-        out[3] = 1;
-    });
-    if (grain.empty()) return image;
-    return keepIfEmpty(img::blend(grain, image, {img::BlendMode::softLight}, exec), image);
+    constexpr uint32_t seed = 0x6a7e11u;
+    // Noise at the print's grain size, enlarged to the picture's resolution; at that size or
+    // below, the noise's own pixels, made as each row needs them.
+    const double scale = std::max(longEdge / 2400.0, 1.0);
+    if (scale == 1) {
+        const img::RandomField field(seed);
+        return keepIfEmpty(img::softLightGrey(
+                               image,
+                               [&](int y, float* level) {
+                                   for (int x = 0; x < image.width(); ++x)
+                                       level[x] = field.at(x, y, 0) * gain + bias;
+                               },
+                               exec),
+                           image);
+    }
+    const int nw = int(std::ceil(image.width() / scale)) + 1;
+    const int nh = int(std::ceil(image.height() / scale)) + 1;
+    img::AffineParams p;
+    p.a = p.d = scale;
+    p.outWidth = image.width();
+    p.outHeight = image.height();
+    p.edges = img::EdgeMode::clamp;
+    const Image noise = img::affineTransform(img::randomGenerator({nw, nh, seed}, exec), p, exec);
+    if (noise.empty()) return image;
+    return keepIfEmpty(img::softLightGrey(
+                           image,
+                           [&](int y, float* level) {
+                               const float* n = noise.row(y);
+                               for (int x = 0; x < image.width(); ++x)
+                                   level[x] = n[4 * x] * gain + bias;
+                           },
+                           exec),
+                       image);
 }
 
 CubeData Pipeline::lutData(const LUTKey& key, const Execution& exec) const {

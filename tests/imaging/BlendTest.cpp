@@ -122,6 +122,22 @@ TEST(Blend, BlurredColourUnderLuminosityIsTheThreeStepsInOne) {
         [&](const Execution& e) { return blurColourUnderLuminosity(in, 4.6f, 0.7f, e); });
 }
 
+TEST(Blend, SoftLightGreyIsTheBlendOfTheGreyPicture) {
+    const Image in = noise(29, 7, 3);
+    const auto level = [](int x, int y) { return float(x * 13 + y * 7) / 120 - 0.2f; };
+    Image grey = Image::forOverwrite(in.width(), in.height());
+    for (int y = 0; y < in.height(); ++y)
+        for (int x = 0; x < in.width(); ++x)
+            grey.set(x, y, {level(x, y), level(x, y), level(x, y), 1});
+    const auto rows = [&](int y, float* out) {
+        for (int x = 0; x < in.width(); ++x)
+            out[x] = level(x, y);
+    };
+    EXPECT_TRUE(identical(softLightGrey(in, rows), blend(grey, in, {BlendMode::softLight})));
+    EXPECT_TRUE(softLightGrey(in, {}).sharesPixelsWith(in));
+    expectThreadIndependent([&](const Execution& e) { return softLightGrey(in, rows, e); });
+}
+
 TEST(Composite, MaskDissolveAndSourceOver) {
     const Image a = noise(20, 6, 6), b = noise(20, 6, 7);
     const Image mask = make(20, 6, [](int x, int) { return Pixel{float(x) / 10 - 0.5f, 9, 9, 9}; });

@@ -54,6 +54,12 @@ TEST(RandomGenerator, UniformUncorrelatedAndPure) {
     EXPECT_NE(randomGenerator({9, 5, 43}).at(8, 4), im.at(8, 4));
     EXPECT_TRUE(randomGenerator({0, 5, 1}).empty());
     expectThreadIndependent([](const Execution& e) { return randomGenerator({61, 37, 7}, e); });
+    // One place at a time, the same values.
+    const RandomField field(42);
+    for (int y : {0, 3, 255})
+        for (int x : {0, 17, 255})
+            for (int c = 0; c < 4; ++c)
+                EXPECT_EQ(field.at(x, y, c), im.row(y)[4 * x + c]) << x << ", " << y << ", " << c;
 }
 
 TEST(Vignette, SmoothTransitionBeyondTheRadius) {
