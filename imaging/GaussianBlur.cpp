@@ -201,6 +201,57 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
     });
 }
 
+// The sampled kernel along one row of a plane: out[x] = Σ w[k]·(in[x − k] + in[x + k]), summed
+// in the order LineBlur sums, so the results are the same floats. `padded` holds the row with
+// R clamped values before and after.
+[[gnu::target_clones("arch=x86-64-v3", "default")]] void tapsAlong(const float* padded, int width,
+                                                                   const float* w, int R,
+                                                                   float* out) {
+    for (int x = 0; x < width; ++x)
+        out[x] = w[0] * padded[x + R];
+    for (int k = 1; k <= R; ++k)
+        for (int x = 0; x < width; ++x)
+            out[x] += w[k] * (padded[x + R - k] + padded[x + R + k]);
+}
+
+// The same down the rows: out = Σ w[k]·(row[y − k] + row[y + k]) with clamped row indices.
+[[gnu::target_clones("arch=x86-64-v3", "default")]] void tapsDown(const float* plane, int width,
+                                                                  int height, int y, const float* w,
+                                                                  int R, float* out) {
+    const auto row = [&](int i) {
+        return plane + size_t(std::clamp(i, 0, height - 1)) * size_t(width);
+    };
+    const float* c = row(y);
+    for (int x = 0; x < width; ++x)
+        out[x] = w[0] * c[x];
+    for (int k = 1; k <= R; ++k) {
+        const float *above = row(y - k), *below = row(y + k);
+        for (int x = 0; x < width; ++x)
+            out[x] += w[k] * (above[x] + below[x]);
+    }
+}
+
+Plane tapsOnPlane(const Plane& plane, const LineFilter& f, const Execution& exec) {
+    const int R = int(f.taps.size()) - 1, width = plane.width(), height = plane.height();
+    Plane across = Plane::forOverwrite(width, height), result = Plane::forOverwrite(width, height);
+    const bool rows = parallelFor(0, height, exec, [&](int y0, int y1) {
+        std::vector<float> padded(size_t(width) + 2 * size_t(R));
+        for (int y = y0; y < y1; ++y) {
+            const float* in = plane.row(y);
+            std::fill_n(padded.begin(), R, in[0]);
+            std::copy(in, in + width, padded.begin() + R);
+            std::fill_n(padded.begin() + R + width, R, in[width - 1]);
+            tapsAlong(padded.data(), width, f.taps.data(), R, across.row(y));
+        }
+    });
+    if (!rows) return {};
+    const bool columns = parallelFor(0, height, exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y)
+            tapsDown(across.row(0), width, height, y, f.taps.data(), R, result.row(y));
+    });
+    return columns ? result : Plane{};
+}
+
 // The blur of a shrunk copy, interpolated back row by row into `finish`. Box averaging and the
 // linear interpolation add variance (f² − 1)/12 and f²/6; the small blur makes up the rest. The
 // outermost half block is extrapolated, so a gradient running into a clamped border stays one.
@@ -282,6 +333,56 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
     if (hooks.finish) vertical.finish = &hooks.finish, vertical.original = input.data();
     if (!runPass(vertical, f, p.edges, exec)) return Image{};
     return out;
+}
+
+Plane blurPlane(const Plane& plane, float sigma, const Execution& exec) {
+    if (plane.empty()) return {};
+    const int width = plane.width(), height = plane.height();
+    const double s = std::clamp(double(sigma), 0.3, double(std::max(width, height)));
+    const LineFilter f = makeFilter(std::isfinite(s) ? s : 0.3);
+    if (!f.boxes) return tapsOnPlane(plane, f, exec);
+    // Along the rows: four rows side by side in each vector's lanes.
+    Plane across = Plane::forOverwrite(width, height);
+    const bool rows = parallelFor(0, (height + 3) / 4, exec, [&](int g0, int g1) {
+        LineBlur line(f, EdgeMode::clamp, width);
+        std::vector<v4> in(static_cast<size_t>(width)), out(static_cast<size_t>(width));
+        for (int g = g0; g < g1; ++g) {
+            const float* r[4];
+            for (int k = 0; k < 4; ++k)  // past the last row, the last row again
+                r[k] = plane.row(std::min(4 * g + k, height - 1));
+            for (int x = 0; x < width; ++x)
+                in[size_t(x)] = v4{r[0][x], r[1][x], r[2][x], r[3][x]};
+            line.run(reinterpret_cast<const float*>(in.data()), width, out.data());
+            for (int k = 0; k < 4 && 4 * g + k < height; ++k) {
+                float* o = across.row(4 * g + k);
+                for (int x = 0; x < width; ++x)
+                    o[x] = out[size_t(x)][k];
+            }
+        }
+    });
+    if (!rows) return {};
+    // Down the columns: four neighbouring columns are already side by side in memory.
+    Plane result = Plane::forOverwrite(width, height);
+    const bool columns = parallelFor(0, (width + 3) / 4, exec, [&](int g0, int g1) {
+        LineBlur line(f, EdgeMode::clamp, height);
+        std::vector<v4> in(static_cast<size_t>(height)), out(static_cast<size_t>(height));
+        for (int g = g0; g < g1; ++g) {
+            const int x0 = 4 * g;
+            if (x0 + 4 <= width) {
+                for (int y = 0; y < height; ++y)
+                    in[size_t(y)] = load(across.row(y) + x0);
+            } else {  // past the last column, the last column again
+                for (int y = 0; y < height; ++y)
+                    for (int k = 0; k < 4; ++k)
+                        in[size_t(y)][k] = across.row(y)[std::min(x0 + k, width - 1)];
+            }
+            line.run(reinterpret_cast<const float*>(in.data()), height, out.data());
+            for (int y = 0; y < height; ++y)
+                for (int k = 0; k < 4 && x0 + k < width; ++k)
+                    result.row(y)[x0 + k] = out[size_t(y)][k];
+        }
+    });
+    return columns ? result : Plane{};
 }
 
 }  // namespace detail

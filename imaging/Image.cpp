@@ -151,6 +151,15 @@ Image Image::filled(int width, int height, Pixel colour) {
     return image;
 }
 
+Plane Plane::forOverwrite(int width, int height) {
+    Plane plane;
+    if (width <= 0 || height <= 0) return plane;
+    plane.width_ = width;
+    plane.height_ = height;
+    plane.data_ = allocatePixels(size_t(width) * size_t(height));
+    return plane;
+}
+
 void releaseFreedPictures() {
     pool().releaseAll();
 }

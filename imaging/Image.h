@@ -63,6 +63,28 @@ class Image {
     std::shared_ptr<float[]> data_;
 };
 
+/// One channel of a picture: width × height floats, rows packed, from the same reused memory as
+/// pictures; for operations that judge brightness alone and so work on a quarter of the data.
+/// Unlike Image, its values are written after creation by whoever holds it.
+class Plane {
+  public:
+    Plane() = default;
+    /// Values left unset, for an operation that writes every one; sizes below 1 give an empty
+    /// plane.
+    static Plane forOverwrite(int width, int height);
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    bool empty() const { return width_ <= 0 || height_ <= 0; }
+    const float* row(int y) const { return data_.get() + size_t(y) * size_t(width_); }
+    float* row(int y) { return data_.get() + size_t(y) * size_t(width_); }
+
+  private:
+    int width_ = 0;
+    int height_ = 0;
+    std::shared_ptr<float[]> data_;
+};
+
 /// Luma weights of linear sRGB (Rec. 709).
 inline constexpr float lumaR = 0.2126f, lumaG = 0.7152f, lumaB = 0.0722f;
 inline float luma(float r, float g, float b) {

@@ -1,5 +1,6 @@
 #include "NoiseReduction.h"
 #include "GaussianBlur.h"
+#include "PixelMap.h"
 #include "Simd.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ using namespace simd;
 // A window of 5 × 5 taps; at a scale above 1 the taps spread apart (a dilated window), so the
 // filter covers as much of the subject as it would on the smaller picture, at the same cost.
 constexpr int taps = 5;
-enum Plane { red, green, blue, alpha, guide, lum, planes };
+enum RowPlane { red, green, blue, alpha, guide, lum, planes };
 
 // One source row as planes, extended by clamped pixels: `reach` before, reach + 8 after (the
 // last group of eight may run past the row).
@@ -38,7 +39,7 @@ class Row {
         }
     }
     // Plane p from x - reach on.
-    const float* plane(Plane p) const { return data_.data() + p * stride_; }
+    const float* plane(RowPlane p) const { return data_.data() + p * stride_; }
 
   private:
     int reach_;
@@ -74,7 +75,7 @@ struct Settings {
                 const v8 w = s.spatial[ty][tx] * t * t;
                 weight += w;
                 for (int c = 0; c < 4; ++c)
-                    acc[c] += w * load8(row.plane(Plane(c)) + x + dx);
+                    acc[c] += w * load8(row.plane(RowPlane(c)) + x + dx);
             }
         }
         for (int i = 0; i < 8 && x + i < width; ++i) {
@@ -128,36 +129,37 @@ Image smooth(const Image& input, float noise, float scale, const Execution& exec
 }
 
 // Edge sharpening at a wider reach, added to the already smoothed picture: where √luma differs from
-// its Gaussian mean by more than the noise level, sharpness × (luma − mean luma).
+// its Gaussian mean by more than the noise level, sharpness × (luma − mean luma). Only luma is
+// blurred: a quarter of the work of blurring the colour and taking its luma.
 Image sharpenEdges(const Image& input, const Image& smoothed, float noise, float sharpness,
                    float sigma, const Execution& exec) {
-    detail::BlurHooks hooks;
-    const float* base = input.data();
-    // The finish runs down the columns of the transposed blur, each a short run on a row of its
-    // own: the smoothed rows a few columns on are asked for early.
-    const ptrdiff_t ahead = ptrdiff_t(16) * input.width() * 4;
-    const float* end = smoothed.data() + smoothed.pixelCount() * 4;
-    hooks.finish = [&](const float* in, const float* blurred, float* out, int count) {
-        const float* sm = smoothed.data() + (in - base);
-        if (end - sm > ahead) __builtin_prefetch(sm + ahead), __builtin_prefetch(sm + ahead + 16);
-        for (int i = 0; i < 4 * count; i += 4) {
-            const float y = luma(in[i], in[i + 1], in[i + 2]);
-            const float m = luma(blurred[i], blurred[i + 1], blurred[i + 2]);
-            float gate = 1;
-            if (noise > 0) {
-                const float diff =
-                    std::abs(std::sqrt(std::max(y, 0.0f)) - std::sqrt(std::max(m, 0.0f)));
-                const float e = std::clamp((diff - noise) / noise, 0.0f, 1.0f);
-                gate = e * e * (3 - 2 * e);
+    const int w = input.width(), h = input.height();
+    const Plane lumas = lumaPlane(input, exec);
+    if (lumas.empty()) return Image{};
+    const Plane means = detail::blurPlane(lumas, sigma, exec);
+    if (means.empty()) return Image{};
+    Image out = Image::forOverwrite(w, h);
+    const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const float *l = lumas.row(y), *mean = means.row(y);
+            const float* sm = smoothed.row(y);
+            float* o = out.row(y);
+            for (int x = 0; x < w; ++x, sm += 4, o += 4) {
+                if (x % 8 == 0) prefetchAhead(sm);
+                const float yl = l[x], m = mean[x];
+                float gate = 1;
+                if (noise > 0) {
+                    const float diff =
+                        std::abs(std::sqrt(std::max(yl, 0.0f)) - std::sqrt(std::max(m, 0.0f)));
+                    const float e = std::clamp((diff - noise) / noise, 0.0f, 1.0f);
+                    gate = e * e * (3 - 2 * e);
+                }
+                const float delta = sharpness * gate * (yl - m);
+                o[0] = sm[0] + delta, o[1] = sm[1] + delta, o[2] = sm[2] + delta, o[3] = sm[3];
             }
-            const float delta = sharpness * gate * (y - m);
-            out[i] = sm[i] + delta;
-            out[i + 1] = sm[i + 1] + delta;
-            out[i + 2] = sm[i + 2] + delta;
-            out[i + 3] = sm[i + 3];
         }
-    };
-    return detail::gaussianBlurWith(input, {sigma, EdgeMode::clamp}, hooks, exec);
+    });
+    return done ? out : Image{};
 }
 
 }  // namespace

@@ -87,4 +87,21 @@ Image mapUnpremultiplied(const Image& input, const Execution& exec, F&& f) {
     });
 }
 
+/// The luma of every pixel's (premultiplied) colour. Empty when cancelled.
+inline Plane lumaPlane(const Image& input, const Execution& exec) {
+    Plane plane = Plane::forOverwrite(input.width(), input.height());
+    const int w = input.width();
+    const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const float* p = input.row(y);
+            float* o = plane.row(y);
+            for (int x = 0; x < w; ++x, p += 4) {
+                if (x % 8 == 0) prefetchAhead(p);
+                o[x] = luma(p[0], p[1], p[2]);
+            }
+        }
+    });
+    return done ? plane : Plane{};
+}
+
 }  // namespace ql::img

@@ -3,25 +3,34 @@
 #include <cmath>
 
 #include "GaussianBlur.h"
+#include "PixelMap.h"
 
 namespace ql::img {
 
 Image sharpenLuminance(const Image& input, const SharpenLuminanceParams& p, const Execution& exec) {
     const float k = p.sharpness;
     if (input.empty() || !(p.radius >= 0.3f) || k == 0 || !std::isfinite(k)) return input;
-    detail::BlurHooks hooks;
-    // Luma is linear, so the luma of the blurred colour is the blurred luma.
-    hooks.finish = [k](const float* in, const float* blurred, float* out, int count) {
-        for (int i = 0; i < 4 * count; i += 4) {
-            const float d = k * (luma(in[i], in[i + 1], in[i + 2]) -
-                                 luma(blurred[i], blurred[i + 1], blurred[i + 2]));
-            out[i] = in[i] + d;
-            out[i + 1] = in[i + 1] + d;
-            out[i + 2] = in[i + 2] + d;
-            out[i + 3] = in[i + 3];
+    // Luma is linear, so the luma of the blurred colour is the blurred luma: one plane to blur
+    // instead of four channels.
+    const int w = input.width(), h = input.height();
+    const Plane lumas = lumaPlane(input, exec);
+    if (lumas.empty()) return Image{};
+    const Plane blurred = detail::blurPlane(lumas, p.radius, exec);
+    if (blurred.empty()) return Image{};
+    Image out = Image::forOverwrite(w, h);
+    const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const float *l = lumas.row(y), *b = blurred.row(y);
+            const float* in = input.row(y);
+            float* o = out.row(y);
+            for (int x = 0; x < w; ++x, in += 4, o += 4) {
+                if (x % 8 == 0) prefetchAhead(in);
+                const float d = k * (l[x] - b[x]);
+                o[0] = in[0] + d, o[1] = in[1] + d, o[2] = in[2] + d, o[3] = in[3];
+            }
         }
-    };
-    return detail::gaussianBlurWith(input, {p.radius, EdgeMode::clamp}, hooks, exec);
+    });
+    return done ? out : Image{};
 }
 
 }  // namespace ql::img
