@@ -272,11 +272,17 @@ TEST(HighlightShadow, SurroundingsDecide) {
     });
     EXPECT_NEAR(highlightShadowAdjust(room, {0, 1, 1}).at(20, 20).r, 0.5f, 1e-6f);
     EXPECT_GT(highlightShadowAdjust(room, {6, 1, 1}).at(20, 20).r, 1.0f);
-    // Uniform surroundings: the blurred judgement equals the per-pixel one.
-    const Image flat = Image::filled(30, 20, {0.1f, 0.05f, 0.02f, 0.5f});
-    EXPECT_LT(maxDifference(highlightShadowAdjust(flat, {5, 0.8f, 0.2f}),
-                            highlightShadowAdjust(flat, {0, 0.8f, 0.2f})),
-              1e-6f);
+    // Uniform surroundings: the blurred judgement equals the per-pixel one, at every part of
+    // the curve (black, the lifted shadows, the pulled highlights, beyond white).
+    for (float v : {0.0f, 1e-12f, 0.01f, 0.1f, 0.24f, 0.3f, 0.7f, 1.0f, 1.6f, 5.0f})
+        for (float alpha : {1.0f, 0.5f}) {
+            const Image flat = Image::filled(30, 20, {v * alpha, v * alpha * 0.5f, 0, alpha});
+            const float tolerance = 1e-6f * std::max(v, 1.0f);
+            EXPECT_LT(maxDifference(highlightShadowAdjust(flat, {5, 0.8f, 0.2f}),
+                                    highlightShadowAdjust(flat, {0, 0.8f, 0.2f})),
+                      tolerance)
+                << v << " " << alpha;
+        }
     const Image a = scene(50, 37);
     EXPECT_TRUE(sameForAnyThreads([&](const Execution& x) {
         return highlightShadowAdjust(a, {4, 0.6f, 0.3f}, x);
