@@ -7,6 +7,7 @@
 #include "EdgeMode.h"
 #include "Execution.h"
 #include "Image.h"
+#include "PixelMap.h"
 
 namespace ql::img {
 
@@ -47,6 +48,32 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
 /// The same Gaussian, clamped at the edges, of one plane: a quarter of the work of blurring four
 /// channels, and the same floats as the blur of a picture's channel. Empty when cancelled.
 Plane blurPlane(const Plane& plane, float sigma, const Execution& exec);
+
+/// For operations that judge luma against its Gaussian mean: f(base pixel, luma, mean luma, out)
+/// for every pixel, where luma is the input's and its mean the blur at σ, both as planes, and
+/// `base` (the input or another picture of its size) is the picture f changes. Empty when
+/// cancelled.
+template <class F>
+Image withLumaAndMean(const Image& input, const Image& base, float sigma, const Execution& exec,
+                      F f) {
+    const int w = input.width(), h = input.height();
+    const Plane lumas = lumaPlane(input, exec);
+    if (lumas.empty()) return Image{};
+    const Plane means = blurPlane(lumas, sigma, exec);
+    if (means.empty()) return Image{};
+    Image out = Image::forOverwrite(w, h);
+    const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const float *l = lumas.row(y), *m = means.row(y), *b = base.row(y);
+            float* o = out.row(y);
+            for (int x = 0; x < w; ++x, b += 4, o += 4) {
+                if (x % 8 == 0) prefetchAhead(b);
+                f(b, l[x], m[x], o);
+            }
+        }
+    });
+    return done ? out : Image{};
+}
 
 }  // namespace detail
 

@@ -133,33 +133,19 @@ Image smooth(const Image& input, float noise, float scale, const Execution& exec
 // blurred: a quarter of the work of blurring the colour and taking its luma.
 Image sharpenEdges(const Image& input, const Image& smoothed, float noise, float sharpness,
                    float sigma, const Execution& exec) {
-    const int w = input.width(), h = input.height();
-    const Plane lumas = lumaPlane(input, exec);
-    if (lumas.empty()) return Image{};
-    const Plane means = detail::blurPlane(lumas, sigma, exec);
-    if (means.empty()) return Image{};
-    Image out = Image::forOverwrite(w, h);
-    const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y) {
-            const float *l = lumas.row(y), *mean = means.row(y);
-            const float* sm = smoothed.row(y);
-            float* o = out.row(y);
-            for (int x = 0; x < w; ++x, sm += 4, o += 4) {
-                if (x % 8 == 0) prefetchAhead(sm);
-                const float yl = l[x], m = mean[x];
-                float gate = 1;
-                if (noise > 0) {
-                    const float diff =
-                        std::abs(std::sqrt(std::max(yl, 0.0f)) - std::sqrt(std::max(m, 0.0f)));
-                    const float e = std::clamp((diff - noise) / noise, 0.0f, 1.0f);
-                    gate = e * e * (3 - 2 * e);
-                }
-                const float delta = sharpness * gate * (yl - m);
-                o[0] = sm[0] + delta, o[1] = sm[1] + delta, o[2] = sm[2] + delta, o[3] = sm[3];
+    return detail::withLumaAndMean(
+        input, smoothed, sigma, exec,
+        [noise, sharpness](const float* sm, float y, float m, float* o) {
+            float gate = 1;
+            if (noise > 0) {
+                const float diff =
+                    std::abs(std::sqrt(std::max(y, 0.0f)) - std::sqrt(std::max(m, 0.0f)));
+                const float e = std::clamp((diff - noise) / noise, 0.0f, 1.0f);
+                gate = e * e * (3 - 2 * e);
             }
-        }
-    });
-    return done ? out : Image{};
+            const float delta = sharpness * gate * (y - m);
+            o[0] = sm[0] + delta, o[1] = sm[1] + delta, o[2] = sm[2] + delta, o[3] = sm[3];
+        });
 }
 
 }  // namespace
