@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "PixelMap.h"
 #include "Simd.h"
@@ -116,6 +117,9 @@ struct SrgbCube {
     const SrgbEncodeTable& encode;
     float scale;  // dimension − 1
     EdgeRuns runs;
+    // Node offsets fit an int lane, as the eight-pixel path keeps them (a cube up to 812 nodes a
+    // side).
+    bool batched;
 };
 
 // One pixel the general way: any alpha, any value.
@@ -218,7 +222,7 @@ template <int p>
                                                                      const float* in, float* out,
                                                                      int width) {
     int x = 0;
-    for (; x + 8 <= width; x += 8) {
+    for (; job.batched && x + 8 <= width; x += 8) {
         prefetchAhead(in + 4 * x);
         if (srgbCubeEight(job, in + 4 * x, out + 4 * x)) [[likely]]
             continue;
@@ -253,7 +257,8 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
     float nodes[3];
     decodeInto(simd::v4{1, float(n - 2) / scale, 1 / scale, 0}, nodes);
     const EdgeRuns runs{nodes[0] - nodes[1], srgbDecodeUnit(simd::splat(0.0f))[0] - nodes[2]};
-    const SrgbCube job{cube, SrgbEncodeTable::shared(), scale, runs};
+    const SrgbCube job{cube, SrgbEncodeTable::shared(), scale, runs,
+                       p.data->size() < size_t(std::numeric_limits<int>::max())};
     Image out = Image::forOverwrite(input.width(), input.height());
     const int w = input.width();
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
