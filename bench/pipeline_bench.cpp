@@ -88,13 +88,22 @@ int fullSize() {
     const img::Image mask = personMask(full.width(), full.height());
     const Pipeline pipeline;
     const auto start = Clock::now();
-    const img::Image out = pipeline.apply(heavyEdit(), full, false, {}, true, mask, nullptr, {});
+    img::Image out = pipeline.apply(heavyEdit(), full, false, {}, true, mask, nullptr, {});
     const double s = seconds(start);
     if (out.empty()) std::printf("full size 6000x4000, heavy edit: the render failed\n");
-    std::printf("full size 6000x4000, heavy edit: %.2f s (budget 2.5 s), peak memory %.0f MB "
-                "(budget 1200 MB)\n",
-                s, peakResidentKB() / 1024.0);
-    return out.empty() ? 1 : 0;
+    std::printf(
+        "full size 6000x4000, heavy edit: %.2f s (budget 2.5 s), peak memory %.0f MB "
+        "(budget 1200 MB)\n",
+        s, peakResidentKB() / 1024.0);
+    if (out.empty()) return 1;
+    // A batch export renders photo after photo in one process, on memory the first one mapped
+    // (the first photo's result written and let go).
+    out = {};
+    const auto again = Clock::now();
+    const img::Image second = pipeline.apply(heavyEdit(), full, false, {}, true, mask, nullptr, {});
+    std::printf("the same again in the same process: %.2f s, peak memory %.0f MB\n", seconds(again),
+                peakResidentKB() / 1024.0);
+    return second.empty() ? 1 : 0;
 }
 
 }  // namespace
