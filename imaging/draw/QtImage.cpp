@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 
 #include "imaging/Execution.h"
 #include "imaging/PixelMap.h"
-#include "imaging/Simd.h"
 #include "imaging/SrgbTransfer.h"
 #include "imaging/codec/OutputSamples.h"
 
@@ -32,40 +30,13 @@ void toRgba8(const uint8_t* codes, const SrgbEncodeTable& encode, const float* i
     px[3] = uint8_t(a * 255 + 0.5f);
 }
 
-// Eight opaque pixels, their table indices computed together; false, having written nothing,
-// where one of them is not opaque.
-[[gnu::always_inline]] inline bool eightOpaque(const uint8_t* codes, const float* in,
-                                               uint8_t* out) {
-    using simd::v8, simd::v8i;
-    uint32_t px[8];
-    for (int p = 0; p < 4; ++p) {
-        v8 q = simd::load8(in + 8 * p);
-        if (!(q[3] >= 1) || !(q[7] >= 1)) return false;
-        q = q > 0.0f ? q : 0.0f;  // NaN fails the test, as in srgb8Code
-        q = q < 1.0f ? q : 1.0f;
-        const v8i i = __builtin_convertvector(q * 65536.0f + 0.5f, v8i);
-        px[2 * p] = codes[i[0]] | uint32_t(codes[i[1]]) << 8 | uint32_t(codes[i[2]]) << 16;
-        px[2 * p + 1] = codes[i[4]] | uint32_t(codes[i[5]]) << 8 | uint32_t(codes[i[6]]) << 16;
-    }
-    for (uint32_t& v : px)
-        v |= 0xff000000u;  // bytes in memory order R, G, B, A
-    std::memcpy(out, px, sizeof px);
-    return true;
-}
-
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void toRgba8Row(const uint8_t* codes,
-                                                                    const SrgbEncodeTable& encode,
-                                                                    const float* in, uint8_t* out,
-                                                                    int width) {
-    int x = 0;
-    for (; x + 8 <= width; x += 8) {
-        prefetchAhead(in + 4 * x);
-        if (!eightOpaque(codes, in + 4 * x, out + 4 * x))
-            for (int k = x; k < x + 8; ++k)
-                toRgba8(codes, encode, in + 4 * k, out + 4 * k);
-    }
-    for (; x < width; ++x)
+// The loop does little for each pixel it reads, so it asks for its input ahead.
+void toRgba8Row(const uint8_t* codes, const SrgbEncodeTable& encode, const float* in, uint8_t* out,
+                int width) {
+    for (int x = 0; x < width; ++x) {
+        if (x % 8 == 0) prefetchAhead(in + 4 * x);
         toRgba8(codes, encode, in + 4 * x, out + 4 * x);
+    }
 }
 
 }  // namespace
