@@ -36,6 +36,13 @@ float luminance(float premultipliedLuma, float alpha) {
     return alpha > 1e-6f ? premultipliedLuma / alpha : 0.0f;
 }
 
+// The colour under the exposure riding along, then the curve's factor g: the products in the
+// order a separate exposure pass would form them, so the fused stage gives the same floats.
+inline void recovered(const float* in, float gain, float g, float* out) {
+    out[0] = in[0] * gain * g, out[1] = in[1] * gain * g, out[2] = in[2] * gain * g;
+    out[3] = in[3];
+}
+
 // Curve::gain of eight luminances at once, lane by lane the same steps.
 [[gnu::always_inline]] inline simd::v8 gains(const Curve& curve, simd::v8 y) {
     using simd::v8;
@@ -66,19 +73,12 @@ float luminance(float premultipliedLuma, float alpha) {
         for (int k = 0; k < 8; ++k)
             y[k] = luminance(blurred[4 * (i + k)], blurred[4 * (i + k) + 3]);
         const simd::v8 g = gains(curve, y);
-        for (int k = 0; k < 8; ++k) {
-            const float* p = in + 4 * (i + k);
-            float* o = out + 4 * (i + k);
-            o[0] = p[0] * gain * g[k], o[1] = p[1] * gain * g[k], o[2] = p[2] * gain * g[k];
-            o[3] = p[3];
-        }
+        for (int k = 0; k < 8; ++k)
+            recovered(in + 4 * (i + k), gain, g[k], out + 4 * (i + k));
     }
-    for (; i < count; ++i) {
-        const float* p = in + 4 * i;
-        float* o = out + 4 * i;
-        const float g = curve.gain(luminance(blurred[4 * i], blurred[4 * i + 3]));
-        o[0] = p[0] * gain * g, o[1] = p[1] * gain * g, o[2] = p[2] * gain * g, o[3] = p[3];
-    }
+    for (; i < count; ++i)
+        recovered(in + 4 * i, gain, curve.gain(luminance(blurred[4 * i], blurred[4 * i + 3])),
+                  out + 4 * i);
 }
 
 }  // namespace
@@ -90,37 +90,21 @@ Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
         std::isfinite(p.highlightAmount) ? std::clamp(p.highlightAmount, 0.0f, 1.0f) : 1;
     const float gain = std::isfinite(p.inputGain) && p.inputGain > 0 ? p.inputGain : 1;
     if (input.empty() || (shadow == 0 && highlight == 1 && gain == 1)) return input;
-    // The products are formed in the order a separate exposure pass would form them, so the
-    // fused stage gives the same floats.
-    const auto gained = [gain](const float* in, float* c) {
-        c[0] = in[0] * gain, c[1] = in[1] * gain, c[2] = in[2] * gain;
-    };
     if (shadow == 0 && highlight == 1)
-        return mapPixels(input, exec, [&](const float* in, float* out) {
-            gained(in, out);
-            out[3] = in[3];
-        });
+        return mapPixels(input, exec,
+                         [gain](const float* in, float* out) { recovered(in, gain, 1, out); });
     const Curve curve{shadow, highlight};
-    auto apply = [&curve, &gained](const float* in, float y, float* out) {
-        const float g = curve.gain(y);
-        float c[3];
-        gained(in, c);
-        out[0] = c[0] * g, out[1] = c[1] * g, out[2] = c[2] * g, out[3] = in[3];
-    };
     if (!(p.radius >= 0.3f))
-        return mapPixels(input, exec, [&](const float* in, float* out) {
-            float c[3];
-            gained(in, c);
-            apply(in, luminance(luma(c[0], c[1], c[2]), in[3]), out);
+        return mapPixels(input, exec, [&curve, gain](const float* in, float* out) {
+            const float y = luminance(luma(in[0] * gain, in[1] * gain, in[2] * gain), in[3]);
+            recovered(in, gain, curve.gain(y), out);
         });
     detail::BlurHooks hooks;
     hooks.coarse = true;  // the surroundings' brightness, not their detail
     // Only premultiplied luma and alpha are blurred; their ratio is the surroundings' luminance.
-    hooks.prepare = [&gained](const float* in, float* out, int count) {
+    hooks.prepare = [gain](const float* in, float* out, int count) {
         for (int i = 0; i < 4 * count; i += 4) {
-            float c[3];
-            gained(in + i, c);
-            out[i] = luma(c[0], c[1], c[2]);
+            out[i] = luma(in[i] * gain, in[i + 1] * gain, in[i + 2] * gain);
             out[i + 1] = out[i + 2] = 0;
             out[i + 3] = in[i + 3];
         }
