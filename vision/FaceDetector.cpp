@@ -352,6 +352,35 @@ void brighten(cv::Mat& image) {
     image = lifted;
 }
 
+// Mean saturation, (max − min) / max, of every `step`th pixel of `region` bright enough to
+// show a colour.
+float saturation(const cv::Mat& rgb, const cv::Rect& region, int step) {
+    const cv::Rect r = region & cv::Rect(0, 0, rgb.cols, rgb.rows);
+    double sum = 0;
+    long count = 0;
+    for (int y = r.y; y < r.y + r.height; y += step) {
+        const uint8_t* p = rgb.ptr<uint8_t>(y) + size_t(r.x) * 3;
+        for (int x = 0; x < r.width; x += step, p += size_t(step) * 3) {
+            const int high = std::max({p[0], p[1], p[2]});
+            if (high < 24) continue;
+            sum += double(high - std::min({p[0], p[1], p[2]})) / high;
+            ++count;
+        }
+    }
+    return count ? float(sum / double(count)) : 0.0f;
+}
+
+// A drawn, printed or carved face (a sketch on the wall, a plaster saint) has no skin colour. In
+// a photo with colour elsewhere, a face that is nearly grey and much greyer than the photo is a
+// picture of a face, not a person. A black-and-white photo keeps all its faces; face paint and
+// pale skin under flash stay well above these bounds.
+bool pictureOfAFace(const cv::Mat& rgb, const cv::Rect2f& box, float photoSaturation) {
+    const cv::Rect inner(cv::Rect2f(box.x + 0.2f * box.width, box.y + 0.2f * box.height,
+                                    0.6f * box.width, 0.6f * box.height));
+    const float face = saturation(rgb, inner, 1);
+    return face < 0.12f && face < 0.5f * photoSaturation;
+}
+
 std::vector<DetectedFace> facesOf(const Bitmap& bitmap, float minConfidence, bool thorough) {
     if (bitmap.empty() || bitmap.rgb.size() < size_t(bitmap.width) * size_t(bitmap.height) * 3)
         return {};
@@ -371,9 +400,11 @@ std::vector<DetectedFace> facesOf(const Bitmap& bitmap, float minConfidence, boo
         const float sx = 1.0f / image.cols, sy = 1.0f / image.rows;
         const std::vector<Candidate> candidates =
             thorough ? findFaces(image, minConfidence) : frameFaces(image, minConfidence);
+        const float photoSaturation =
+            candidates.empty() ? 0 : saturation(image, cv::Rect(0, 0, image.cols, image.rows), 4);
         for (const Candidate& c : candidates) {
             const cv::Rect2f box = c.box & cv::Rect2f(0, 0, image.cols, image.rows);
-            if (box.empty()) continue;
+            if (box.empty() || pictureOfAFace(image, box, photoSaturation)) continue;
             DetectedFace f;
             f.box = {box.x * sx, box.y * sy, box.width * sx, box.height * sy};
             f.confidence = c.score;

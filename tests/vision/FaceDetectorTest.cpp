@@ -107,6 +107,25 @@ TEST(FaceDetector, FindsNothingWhereThereAreNoFaces) {
     EXPECT_TRUE(FaceDetector::find(Bitmap{500, 500, std::vector<uint8_t>(100)}).empty());
 }
 
+TEST(FaceDetector, AGreyFaceInAColourPhotoIsAPictureButAGreyPhotoKeepsItsFaces) {
+    // The selfie's pencil sketch on the wall has every feature of a face but no skin colour.
+    const Bitmap selfie = Bitmap::of(
+        img::decodeImage(testing::readBytes(QL_LABELLED_DIR "/selfie_indoor.jpg")), 1600);
+    const std::vector<DetectedFace> faces = FaceDetector::find(selfie, 0.5f);
+    ASSERT_EQ(faces.size(), 1u);
+    EXPECT_GT(iou(faces[0].box, {380 / 3264., 910 / 2448., 905 / 3264., 700 / 2448.}), 0.3);
+
+    Bitmap grey = Bitmap::of(cafe(), 1600);
+    for (size_t i = 0; i < grey.rgb.size(); i += 3) {
+        const auto g =
+            uint8_t((299 * grey.rgb[i] + 587 * grey.rgb[i + 1] + 114 * grey.rgb[i + 2]) / 1000);
+        grey.rgb[i] = grey.rgb[i + 1] = grey.rgb[i + 2] = g;
+    }
+    const std::vector<DetectedFace> greyFaces = FaceDetector::find(grey, 0.6f);
+    for (const Rect& label : cafeFrontal)
+        EXPECT_TRUE(match(greyFaces, label)) << label.x;
+}
+
 TEST(FaceDetector, FacesCutByTheFrameEdgeStayInTheFrame) {
     // The woman on the left cut through her nose; a thin strip through two faces.
     const Bitmap bitmap = Bitmap::of(cafe());
