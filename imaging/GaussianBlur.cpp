@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -73,12 +74,13 @@ LineFilter makeFilter(double sigma) {
 
 // One extended box over in[0, n): out[j] is centred on in[j + r + 1], for j < n - 2(r + 1).
 // Window sums come from prefix and suffix sums inside blocks of the window's length, so no
-// running sum carries rounding, or a NaN or infinity, beyond the windows that hold it.
-void boxPass(const v4* in, int n, v4* out, v4* pre, v4* suf, const LineFilter& f) {
+// running sum carries a NaN or infinity beyond the windows that hold it.
+[[gnu::always_inline]] inline void boxPass(const v8* in, int n, v8* out, v8* pre, v8* suf,
+                                           const LineFilter& f) {
     const int L = 2 * f.r + 1;
     for (int b = 0; b < n; b += L) {
         const int e = std::min(b + L, n);
-        v4 s = in[b];
+        v8 s = in[b];
         pre[b] = s;
         for (int i = b + 1; i < e; ++i)
             pre[i] = s += in[i];
@@ -87,7 +89,7 @@ void boxPass(const v4* in, int n, v4* out, v4* pre, v4* suf, const LineFilter& f
         for (int i = e - 2; i >= b; --i)
             suf[i] = s += in[i];
     }
-    const v4 alpha = splat(f.alpha), scale = splat(f.scale);
+    const v8 alpha = v8{} + f.alpha, scale = v8{} + f.scale;
     const int last = n - 2 * (f.r + 1);  // window starts run from 1 to last
     int s = 1;
     while (s <= last) {
@@ -103,46 +105,104 @@ void boxPass(const v4* in, int n, v4* out, v4* pre, v4* suf, const LineFilter& f
     }
 }
 
-// Blurs rows with one filter; its buffers serve one thread.
+// The same box for finite lines, as a running sum: a third of the memory traffic. The sum is
+// formed afresh every so often, so its rounding never builds up along a long line.
+[[gnu::always_inline]] inline void runningBoxPass(const v8* in, int n, v8* out,
+                                                  const LineFilter& f) {
+    constexpr int restart = 256;
+    const int L = 2 * f.r + 1, count = n - 2 * (f.r + 1);
+    const v8 alpha = v8{} + f.alpha, scale = v8{} + f.scale;
+    for (int j0 = 0; j0 < count; j0 += restart) {
+        v8 sum = in[j0 + 1];
+        for (int i = j0 + 2; i <= j0 + L; ++i)
+            sum += in[i];
+        const int j1 = std::min(j0 + restart, count);
+        for (int j = j0; j < j1; ++j) {
+            out[j] = (sum + alpha * (in[j] + in[j + L + 1])) * scale;
+            sum += in[j + L + 1] - in[j + 1];
+        }
+    }
+}
+
+// The blur of one padded line of eight lanes: `a` holds `length` values after f.pad() padding
+// values on either side; out[0, length) receives the blur. `a` and `b` are overwritten.
+[[gnu::target_clones("arch=x86-64-v3", "default")]] void blurLine(v8* a, v8* b, v8* pre, v8* suf,
+                                                                  int length, const LineFilter& f,
+                                                                  v8* out) {
+    const int pad = f.pad(), n = length + 2 * pad;
+    if (!f.boxes) {
+        const int R = pad;
+        const float* w = f.taps.data();
+        for (int j = 0; j < length; ++j) {
+            const v8* c = a + j + R;
+            v8 s = w[0] * c[0];
+            for (int k = 1; k <= R; ++k)
+                s += w[k] * (c[-k] + c[k]);
+            out[j] = s;
+        }
+        return;
+    }
+    // Infinity times zero is NaN: one sum tells whether every value is finite.
+    v8 probe{};
+    for (int i = 0; i < n; ++i)
+        probe += a[i] * 0.0f;
+    bool finite = true;
+    for (int k = 0; k < 8; ++k)
+        finite = finite && probe[k] == 0;
+    const int step = 2 * (f.r + 1);
+    if (finite) {
+        runningBoxPass(a, n, b, f);
+        runningBoxPass(b, n - step, a, f);
+        runningBoxPass(a, n - 2 * step, out, f);
+    } else {
+        boxPass(a, n, b, pre, suf, f);
+        boxPass(b, n - step, a, pre, suf, f);
+        boxPass(a, n - 2 * step, out, pre, suf, f);
+    }
+}
+
+// A buffer of eight-lane values on a 32-byte boundary: the kernels built for wider registers
+// load them whole, while this build's own alignment for them is only 16.
+class LaneBuffer {
+  public:
+    LaneBuffer() = default;
+    explicit LaneBuffer(size_t n) : storage_(n + 1) {}
+    v8* data() {
+        const auto at = reinterpret_cast<uintptr_t>(storage_.data());
+        return reinterpret_cast<v8*>((at + 31) & ~uintptr_t(31));
+    }
+    v8& operator[](size_t i) { return data()[i]; }
+
+  private:
+    std::vector<v8> storage_;
+};
+
+// Blurs lines of eight lanes (two pixels' channels, or one channel of eight rows) with one
+// filter; its buffers serve one thread.
 class LineBlur {
   public:
     LineBlur(const LineFilter& f, EdgeMode edges, int maxLength) : f_(f), edges_(edges) {
         const size_t n = size_t(maxLength) + 2 * size_t(f.pad());
-        a_.resize(n);
-        if (f.boxes) b_.resize(n), pre_.resize(n), suf_.resize(n);
+        a_ = LaneBuffer(n);
+        if (f.boxes) b_ = LaneBuffer(n), pre_ = LaneBuffer(n), suf_ = LaneBuffer(n);
     }
 
-    // out[0, length) = the blur of row[0, length).
-    void run(const float* row, int length, v4* out) {
-        const int pad = f_.pad(), n = length + 2 * pad;
+    // Where the caller puts the line, `length` values, before run().
+    v8* line() { return a_.data() + f_.pad(); }
+
+    // out[0, length) = the blur of line()[0, length).
+    void run(int length, v8* out) {
+        const int pad = f_.pad();
         const bool clamp = edges_ == EdgeMode::clamp;
-        const v4 left = clamp ? load(row) : splat(0);
-        const v4 right = clamp ? load(row + 4 * size_t(length - 1)) : splat(0);
-        std::fill_n(a_.begin(), pad, left);
-        std::memcpy(&a_[size_t(pad)], row, size_t(length) * sizeof(v4));
-        std::fill_n(a_.begin() + pad + length, pad, right);
-        if (!f_.boxes) {
-            const int R = pad;
-            const float* w = f_.taps.data();
-            for (int j = 0; j < length; ++j) {
-                const v4* c = &a_[size_t(j + R)];
-                v4 s = w[0] * c[0];
-                for (int k = 1; k <= R; ++k)
-                    s += w[k] * (c[-k] + c[k]);
-                out[j] = s;
-            }
-            return;
-        }
-        const int step = 2 * (f_.r + 1);
-        boxPass(a_.data(), n, b_.data(), pre_.data(), suf_.data(), f_);
-        boxPass(b_.data(), n - step, a_.data(), pre_.data(), suf_.data(), f_);
-        boxPass(a_.data(), n - 2 * step, out, pre_.data(), suf_.data(), f_);
+        std::fill_n(a_.data(), pad, clamp ? line()[0] : v8{});
+        std::fill_n(line() + length, pad, clamp ? line()[length - 1] : v8{});
+        blurLine(a_.data(), b_.data(), pre_.data(), suf_.data(), length, f_, out);
     }
 
   private:
     const LineFilter& f_;
     EdgeMode edges_;
-    std::vector<v4> a_, b_, pre_, suf_;
+    LaneBuffer a_, b_, pre_, suf_;
 };
 
 // One direction of the blur: the `rows` rows of `src` (each `length` pixels) are blurred along
@@ -166,17 +226,37 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
     return parallelFor(0, bands, exec, [&](int b0, int b1) {
         LineBlur line(f, edges, p.length);
         std::vector<v4> tmp(size_t(band) * size_t(p.length));
-        std::vector<float> prepared(p.prepare ? size_t(p.length) * 4 : 0);
+        LaneBuffer blurred(static_cast<size_t>(p.length));
+        std::vector<float> prepared(p.prepare ? size_t(p.length) * 8 : 0);
         float gathered[band * 4];
         for (int b = b0; b < b1; ++b) {
             const int y0 = b * band, count = std::min(band, p.rows - y0);
-            for (int j = 0; j < count; ++j) {
-                const float* row = p.src + size_t(y0 + j) * size_t(p.length) * 4;
-                if (p.prepare) {
-                    (*p.prepare)(row, prepared.data(), p.length);
-                    row = prepared.data();
+            // Two rows side by side in each line, the last row twice when the count is odd.
+            for (int j = 0; j < count; j += 2) {
+                const float* rows[2];
+                for (int k = 0; k < 2; ++k) {
+                    rows[k] =
+                        p.src + size_t(y0 + std::min(j + k, count - 1)) * size_t(p.length) * 4;
+                    if (p.prepare) {
+                        float* to = prepared.data() + size_t(k) * size_t(p.length) * 4;
+                        (*p.prepare)(rows[k], to, p.length);
+                        rows[k] = to;
+                    }
                 }
-                line.run(row, p.length, &tmp[size_t(j) * size_t(p.length)]);
+                float* in = reinterpret_cast<float*>(line.line());
+                for (int x = 0; x < p.length; ++x) {
+                    std::memcpy(in + 8 * x, rows[0] + 4 * x, sizeof(v4));
+                    std::memcpy(in + 8 * x + 4, rows[1] + 4 * x, sizeof(v4));
+                }
+                line.run(p.length, blurred.data());
+                const auto half = [&](int k, int row) {
+                    const float* from = reinterpret_cast<const float*>(blurred.data()) + 4 * k;
+                    v4* to = &tmp[size_t(row) * size_t(p.length)];
+                    for (int x = 0; x < p.length; ++x)
+                        to[x] = load(from + 8 * x);
+                };
+                half(0, j);
+                if (j + 1 < count) half(1, j + 1);
             }
             for (int x = 0; x < p.length; ++x) {
                 const size_t at = (size_t(x) * size_t(p.rows) + size_t(y0)) * 4;
@@ -341,44 +421,46 @@ Plane blurPlane(const Plane& plane, float sigma, const Execution& exec) {
     const double s = std::clamp(double(sigma), 0.3, double(std::max(width, height)));
     const LineFilter f = makeFilter(std::isfinite(s) ? s : 0.3);
     if (!f.boxes) return tapsOnPlane(plane, f, exec);
-    // Along the rows: four rows side by side in each vector's lanes.
+    // Along the rows: eight rows side by side in each vector's lanes.
     Plane across = Plane::forOverwrite(width, height);
-    const bool rows = parallelFor(0, (height + 3) / 4, exec, [&](int g0, int g1) {
+    const bool rows = parallelFor(0, (height + 7) / 8, exec, [&](int g0, int g1) {
         LineBlur line(f, EdgeMode::clamp, width);
-        std::vector<v4> in(static_cast<size_t>(width)), out(static_cast<size_t>(width));
+        LaneBuffer out(static_cast<size_t>(width));
         for (int g = g0; g < g1; ++g) {
-            const float* r[4];
-            for (int k = 0; k < 4; ++k)  // past the last row, the last row again
-                r[k] = plane.row(std::min(4 * g + k, height - 1));
+            const float* r[8];
+            for (int k = 0; k < 8; ++k)  // past the last row, the last row again
+                r[k] = plane.row(std::min(8 * g + k, height - 1));
+            v8* in = line.line();
             for (int x = 0; x < width; ++x)
-                in[size_t(x)] = v4{r[0][x], r[1][x], r[2][x], r[3][x]};
-            line.run(reinterpret_cast<const float*>(in.data()), width, out.data());
-            for (int k = 0; k < 4 && 4 * g + k < height; ++k) {
-                float* o = across.row(4 * g + k);
+                in[x] = v8{r[0][x], r[1][x], r[2][x], r[3][x], r[4][x], r[5][x], r[6][x], r[7][x]};
+            line.run(width, out.data());
+            for (int k = 0; k < 8 && 8 * g + k < height; ++k) {
+                float* o = across.row(8 * g + k);
                 for (int x = 0; x < width; ++x)
                     o[x] = out[size_t(x)][k];
             }
         }
     });
     if (!rows) return {};
-    // Down the columns: four neighbouring columns are already side by side in memory.
+    // Down the columns: eight neighbouring columns are already side by side in memory.
     Plane result = Plane::forOverwrite(width, height);
-    const bool columns = parallelFor(0, (width + 3) / 4, exec, [&](int g0, int g1) {
+    const bool columns = parallelFor(0, (width + 7) / 8, exec, [&](int g0, int g1) {
         LineBlur line(f, EdgeMode::clamp, height);
-        std::vector<v4> in(static_cast<size_t>(height)), out(static_cast<size_t>(height));
+        LaneBuffer out(static_cast<size_t>(height));
         for (int g = g0; g < g1; ++g) {
-            const int x0 = 4 * g;
-            if (x0 + 4 <= width) {
+            const int x0 = 8 * g;
+            v8* in = line.line();
+            if (x0 + 8 <= width) {
                 for (int y = 0; y < height; ++y)
-                    in[size_t(y)] = load(across.row(y) + x0);
+                    in[y] = load8(across.row(y) + x0);
             } else {  // past the last column, the last column again
                 for (int y = 0; y < height; ++y)
-                    for (int k = 0; k < 4; ++k)
-                        in[size_t(y)][k] = across.row(y)[std::min(x0 + k, width - 1)];
+                    for (int k = 0; k < 8; ++k)
+                        in[y][k] = across.row(y)[std::min(x0 + k, width - 1)];
             }
-            line.run(reinterpret_cast<const float*>(in.data()), height, out.data());
+            line.run(height, out.data());
             for (int y = 0; y < height; ++y)
-                for (int k = 0; k < 4 && x0 + k < width; ++k)
+                for (int k = 0; k < 8 && x0 + k < width; ++k)
                     result.row(y)[x0 + k] = out[size_t(y)][k];
         }
     });
