@@ -2,6 +2,7 @@
 #include "BoxShrink.h"
 #include "Simd.h"
 
+#include <immintrin.h>
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -220,15 +221,17 @@ struct Pass {
 constexpr int kPrefetchColumns = 16;
 
 bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution& exec) {
-    // A band of rows is blurred into cache, then written out as short runs of each column.
+    // A band of rows is blurred into cache, then written out as short runs of each column. The
+    // runs go straight to memory: each fills whole cache lines, which need not be read first.
     constexpr int band = 8;
     const int bands = (p.rows + band - 1) / band;
+    const bool streaming = reinterpret_cast<uintptr_t>(p.dst) % 16 == 0;
     return parallelFor(0, bands, exec, [&](int b0, int b1) {
         LineBlur line(f, edges, p.length);
-        std::vector<v4> tmp(size_t(band) * size_t(p.length));
-        LaneBuffer blurred(static_cast<size_t>(p.length));
+        std::vector<LaneBuffer> pairs(band / 2, LaneBuffer(size_t(p.length)));
         std::vector<float> prepared(p.prepare ? size_t(p.length) * 8 : 0);
-        float gathered[band * 4];
+        alignas(16) float gathered[band * 4];
+        alignas(16) float finished[band * 4];
         for (int b = b0; b < b1; ++b) {
             const int y0 = b * band, count = std::min(band, p.rows - y0);
             // Two rows side by side in each line, the last row twice when the count is odd.
@@ -248,36 +251,33 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
                     std::memcpy(in + 8 * x, rows[0] + 4 * x, sizeof(v4));
                     std::memcpy(in + 8 * x + 4, rows[1] + 4 * x, sizeof(v4));
                 }
-                line.run(p.length, blurred.data());
-                const auto half = [&](int k, int row) {
-                    const float* from = reinterpret_cast<const float*>(blurred.data()) + 4 * k;
-                    v4* to = &tmp[size_t(row) * size_t(p.length)];
-                    for (int x = 0; x < p.length; ++x)
-                        to[x] = load(from + 8 * x);
-                };
-                half(0, j);
-                if (j + 1 < count) half(1, j + 1);
+                line.run(p.length, pairs[size_t(j / 2)].data());
             }
             for (int x = 0; x < p.length; ++x) {
                 const size_t at = (size_t(x) * size_t(p.rows) + size_t(y0)) * 4;
                 // Each column is a short run on a row of its own, a pattern the processor does
                 // not foresee: the runs a few columns on are asked for now.
-                const size_t ahead = at + size_t(kPrefetchColumns) * size_t(p.rows) * 4;
-                if (x + kPrefetchColumns < p.length) {
-                    __builtin_prefetch(p.dst + ahead, 1);
-                    __builtin_prefetch(p.dst + ahead + 16, 1);
-                    if (p.original) {
-                        __builtin_prefetch(p.original + ahead);
-                        __builtin_prefetch(p.original + ahead + 16);
-                    }
+                if (p.original && x + kPrefetchColumns < p.length) {
+                    const size_t ahead = at + size_t(kPrefetchColumns) * size_t(p.rows) * 4;
+                    __builtin_prefetch(p.original + ahead);
+                    __builtin_prefetch(p.original + ahead + 16);
                 }
+                for (int j = 0; j < count; ++j) {
+                    const float* pair = reinterpret_cast<const float*>(pairs[size_t(j / 2)].data());
+                    std::memcpy(gathered + 4 * j, pair + 8 * x + 4 * (j % 2), sizeof(v4));
+                }
+                if (p.finish) (*p.finish)(p.original + at, gathered, finished, count);
+                const float* from = p.finish ? finished : gathered;
                 float* d = p.dst + at;
-                float* put = p.finish ? gathered : d;
-                for (int j = 0; j < count; ++j)
-                    store(put + 4 * j, tmp[size_t(j) * size_t(p.length) + size_t(x)]);
-                if (p.finish) (*p.finish)(p.original + at, gathered, d, count);
+                if (streaming) {
+                    for (int j = 0; j < 4 * count; j += 4)
+                        _mm_stream_ps(d + j, _mm_load_ps(from + j));
+                } else {
+                    std::memcpy(d, from, size_t(count) * sizeof(v4));
+                }
             }
         }
+        _mm_sfence();  // the streamed runs are seen by whoever reads the picture next
     });
 }
 
