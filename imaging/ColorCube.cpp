@@ -104,11 +104,16 @@ template <class Decode>
 
 namespace {
 
-// Every lane of a comparison's result true.
+// Every lane of a comparison's result true; any lane true.
 [[gnu::always_inline]] inline bool allSet(simd::v8i mask) {
     uint64_t w[4];
     std::memcpy(w, &mask, sizeof w);
     return (w[0] & w[1] & w[2] & w[3]) == ~uint64_t(0);
+}
+[[gnu::always_inline]] inline bool anySet(simd::v8i mask) {
+    uint64_t w[4];
+    std::memcpy(w, &mask, sizeof w);
+    return (w[0] | w[1] | w[2] | w[3]) != 0;
 }
 
 // A cube applied in sRGB-encoded space: what one row of it needs.
@@ -161,7 +166,24 @@ template <int p>
     return lerp(lerp(c00, c10, wg), lerp(c01, c11, wg), wb);
 }
 
-// The usual case eight pixels at a time: opaque, colour within [0, 1], nodes within [0, 1].
+// The four pixel pairs of eight interpolated; false where a result lies outside [0, 1], which
+// the general way decodes.
+[[gnu::always_inline]] inline bool lookUpEight(const Cube& cube, const simd::v8i& offset,
+                                               const simd::v8* frac, simd::v8* r) {
+    using simd::v8, simd::v8i;
+    r[0] = interpolatePair<0>(cube, offset, frac);
+    r[1] = interpolatePair<1>(cube, offset, frac);
+    r[2] = interpolatePair<2>(cube, offset, frac);
+    r[3] = interpolatePair<3>(cube, offset, frac);
+    // The nodes' own alpha lanes do not count.
+    const v8i alphaLanes{0, 0, 0, -1, 0, 0, 0, -1};
+    const v8i decodable = ((r[0] >= 0.0f) & (r[0] <= 1.0f) & (r[1] >= 0.0f) & (r[1] <= 1.0f) &
+                           (r[2] >= 0.0f) & (r[2] <= 1.0f) & (r[3] >= 0.0f) & (r[3] <= 1.0f)) |
+                          alphaLanes;
+    return allSet(decodable);
+}
+
+// The usual case eight pixels at a time: opaque, colour finite, nodes within [0, 1].
 // Encoding and cell finding work on one channel of all eight pixels; the interpolation and the
 // decode on two whole pixels a vector. One pixel's chain of steps is long and serial, and this
 // lets the steps of neighbouring pixels overlap. Gives false, having written nothing, where a
@@ -179,9 +201,17 @@ template <int p>
                           __builtin_shufflevector(rg0, rg1, 4, 5, 6, 7, 12, 13, 14, 15),
                           __builtin_shufflevector(ba0, ba1, 0, 1, 2, 3, 8, 9, 10, 11)};
     const v8 alpha = __builtin_shufflevector(ba0, ba1, 4, 5, 6, 7, 12, 13, 14, 15);
-    v8i usual = alpha >= 1.0f;
-    for (const v8& c : colour)
-        usual &= (c >= 0.0f) & (c <= 1.0f);
+    // Finite colour beyond [0, 1] is usual too (a lifted highlight, a sharpening halo): the
+    // mapping continues there as extend() continues it.
+    v8i usual = alpha >= 1.0f, beyond = v8i{} + 0;
+    v8i above[3], below[3];
+    for (int c = 0; c < 3; ++c) {
+        usual &= (colour[c] >= -std::numeric_limits<float>::max()) &
+                 (colour[c] <= std::numeric_limits<float>::max());
+        above[c] = colour[c] > 1.0f;
+        below[c] = colour[c] < 0.0f;
+        beyond |= above[c] | below[c];
+    }
     v8i offset = v8i{} + 0;
     v8 frac[3];
     const int last = job.cube.last - 1;
@@ -194,25 +224,40 @@ template <int p>
         frac[c] = t - __builtin_convertvector(i, v8);
         offset += i * strides[c];
     }
-    const v8 r0 = interpolatePair<0>(job.cube, offset, frac);
-    const v8 r1 = interpolatePair<1>(job.cube, offset, frac);
-    const v8 r2 = interpolatePair<2>(job.cube, offset, frac);
-    const v8 r3 = interpolatePair<3>(job.cube, offset, frac);
-    // The nodes' own alpha lanes do not count.
-    const v8i alphaLanes{0, 0, 0, -1, 0, 0, 0, -1};
-    const v8i decodable = ((r0 >= 0.0f) & (r0 <= 1.0f) & (r1 >= 0.0f) & (r1 <= 1.0f) &
-                           (r2 >= 0.0f) & (r2 <= 1.0f) & (r3 >= 0.0f) & (r3 <= 1.0f)) |
-                          alphaLanes;
-    if (!allSet(usual & decodable)) [[unlikely]]
+    v8 r[4];
+    if (!allSet(usual) || !lookUpEight(job.cube, offset, frac, r)) [[unlikely]]
         return false;
-    // Alpha comes from the input: lanes 3 and 7 of each pair are the input's own.
-    simd::store(out, __builtin_shufflevector(srgbDecodeUnit(r0), q[0], 0, 1, 2, 11, 4, 5, 6, 15));
-    simd::store(out + 8,
-                __builtin_shufflevector(srgbDecodeUnit(r1), q[1], 0, 1, 2, 11, 4, 5, 6, 15));
-    simd::store(out + 16,
-                __builtin_shufflevector(srgbDecodeUnit(r2), q[2], 0, 1, 2, 11, 4, 5, 6, 15));
-    simd::store(out + 24,
-                __builtin_shufflevector(srgbDecodeUnit(r3), q[3], 0, 1, 2, 11, 4, 5, 6, 15));
+    alignas(32) float decoded[32];
+    for (int p = 0; p < 4; ++p)
+        simd::store(decoded + 8 * p,
+                    __builtin_shufflevector(srgbDecodeUnit(r[p]), q[p], 0, 1, 2, 11, 4, 5, 6, 15));
+    if (anySet(beyond)) [[unlikely]] {
+        // Along each axis a pixel leaves the cube by, the node face one step inside: its own
+        // cell with the fraction along that axis at the inner face. At the low end that is the
+        // next cell up, as extend() looks it up.
+        if (job.cube.last < 2) return false;
+        float inner[3][32];
+        for (int c = 0; c < 3; ++c) {
+            const v8i leaving = above[c] | below[c];
+            if (!anySet(leaving)) continue;
+            v8 innerFrac[3] = {frac[0], frac[1], frac[2]};
+            innerFrac[c] = leaving ? v8{} : frac[c];
+            v8 ri[4];
+            if (!lookUpEight(job.cube, offset + (below[c] & strides[c]), innerFrac, ri))
+                return false;
+            for (int p = 0; p < 4; ++p)
+                simd::store(inner[c] + 8 * p, srgbDecodeUnit(ri[p]));
+        }
+        for (int c = 0; c < 3; ++c)
+            for (int j = 0; j < 8; ++j) {
+                if (!above[c][j] && !below[c][j]) continue;
+                float* o = decoded + 4 * j + c;
+                const float run = above[c][j] ? job.runs.above : job.runs.below;
+                const float slope = std::max((*o - inner[c][4 * j + c]) / run, 0.0f);
+                *o += slope * (colour[c][j] - (above[c][j] ? 1.0f : 0.0f));
+            }
+    }
+    std::memcpy(out, decoded, sizeof decoded);
     return true;
 }
 
