@@ -332,45 +332,102 @@ Plane tapsOnPlane(const Plane& plane, const LineFilter& f, const Execution& exec
     return columns ? result : Plane{};
 }
 
+// Block means of one border line of the input (a row or a column, `n` pixels `step` floats
+// apart), prepared like the rows the blocks come from: what clamping repeats beyond that border,
+// at the shrunk copy's scale.
+std::vector<v4> borderMeans(const float* first, int n, size_t step, int f,
+                            const RowPrepare& prepare) {
+    std::vector<float> line(size_t(n) * 4);
+    for (int i = 0; i < n; ++i)
+        std::memcpy(&line[size_t(i) * 4], first + size_t(i) * step, sizeof(v4));
+    if (prepare) {
+        std::vector<float> prepared(line.size());
+        prepare(line.data(), prepared.data(), n);
+        line.swap(prepared);
+    }
+    std::vector<v4> means;
+    for (int i = 0; i < n; i += f) {
+        const int e = std::min(i + f, n);
+        v4 sum = splat(0);
+        for (int k = i; k < e; ++k)
+            sum += load(&line[size_t(k) * 4]);
+        means.push_back(sum * splat(1.0f / float(e - i)));
+    }
+    return means;
+}
+
 // The blur of a shrunk copy, interpolated back row by row into `finish`. Box averaging and the
 // linear interpolation add variance (f² − 1)/12 and f²/6; the small blur makes up the rest. The
-// outermost half block is extrapolated, so a gradient running into a clamped border stays one.
-Image coarseBlurWith(const Image& input, double sigma, int f, EdgeMode edges,
-                     const detail::BlurHooks& hooks, const Execution& exec) {
-    const Image small = boxShrink(input, f, f, exec, hooks.prepare);
-    if (small.empty()) return Image{};
+// shrunk copy is framed by what clamping repeats beyond each border (the border's own pixels,
+// not the mean of the block inside it), wide enough for the small blur, so the frame's edges
+// and corners come out as the exact blur gives them.
+Image coarseBlurWith(const Image& input, double sigma, int f, const detail::BlurHooks& hooks,
+                     const Execution& exec) {
+    const Image inner = boxShrink(input, f, f, exec, hooks.prepare);
+    if (inner.empty()) return Image{};
     const double extra = (double(f) * f - 1) / 12 + double(f) * f / 6;
     const double smallSigma = std::sqrt(std::max(sigma * sigma - extra, 0.09 * f * f)) / f;
-    const Image blurred = detail::gaussianBlurWith(small, {float(smallSigma), edges}, {}, exec);
-    if (blurred.empty()) return Image{};
     const int w = input.width(), h = input.height();
-    const int sw = small.width(), sh = small.height();
-    // Horizontal interpolation: each output column's two source columns and weight, once.
-    std::vector<int> x0(size_t(w), 0);
-    std::vector<float> wx(size_t(w), 0);
+    const int sw = inner.width(), sh = inner.height();
+    const int pad = int(std::ceil(3 * smallSigma)) + 1;
+    const std::vector<v4> left = borderMeans(input.row(0), h, size_t(w) * 4, f, hooks.prepare);
+    const std::vector<v4> right =
+        borderMeans(input.row(0) + 4 * size_t(w - 1), h, size_t(w) * 4, f, hooks.prepare);
+    const std::vector<v4> top = borderMeans(input.row(0), w, 4, f, hooks.prepare);
+    const std::vector<v4> bottom = borderMeans(input.row(h - 1), w, 4, f, hooks.prepare);
+    const auto corner = [&](int x, int y) {
+        return borderMeans(input.row(y) + 4 * size_t(x), 1, 4, 1, hooks.prepare)[0];
+    };
+    const v4 corners[2][2] = {{corner(0, 0), corner(w - 1, 0)},
+                              {corner(0, h - 1), corner(w - 1, h - 1)}};
+    const int pw = sw + 2 * pad, ph = sh + 2 * pad;
+    Image framed = Image::forOverwrite(pw, ph);
+    for (int y = 0; y < ph; ++y) {
+        const int sy = y - pad, band = sy < 0 ? 0 : sy < sh ? 1 : 2;
+        float* o = framed.row(y);
+        for (int x = 0; x < pw; ++x) {
+            const int sx = x - pad, side = sx < 0 ? 0 : sx < sw ? 1 : 2;
+            v4 v;
+            if (band == 1 && side == 1)
+                v = load(inner.row(sy) + 4 * size_t(sx));
+            else if (band == 1)
+                v = (side == 0 ? left : right)[size_t(sy)];
+            else if (side == 1)
+                v = (band == 0 ? top : bottom)[size_t(sx)];
+            else
+                v = corners[band / 2][side / 2];
+            store(o + 4 * size_t(x), v);
+        }
+    }
+    const Image blurred =
+        detail::gaussianBlurWith(framed, {float(smallSigma), EdgeMode::clamp}, {}, exec);
+    if (blurred.empty()) return Image{};
+    // Horizontal interpolation: each output column's two source columns and weight, once. Block
+    // k's centre lies at (k + ½)·f.
+    std::vector<int> x0(static_cast<size_t>(w));
+    std::vector<float> wx(static_cast<size_t>(w));
     for (int x = 0; x < w; ++x) {
-        const double fx = std::clamp((x + 0.5) / f - 0.5, -0.5, sw - 0.5);
-        x0[size_t(x)] = std::clamp(int(std::floor(fx)), 0, std::max(sw - 2, 0));
+        const double fx = (x + 0.5) / f - 0.5 + pad;
+        x0[size_t(x)] = int(std::floor(fx));
         wx[size_t(x)] = float(fx - x0[size_t(x)]);
     }
     Image out = Image::forOverwrite(w, h);
     const bool ok = parallelFor(0, h, exec, [&](int r0, int r1) {
         std::vector<float> row(size_t(w) * 4);
-        std::vector<v4> mixed(static_cast<size_t>(sw));
+        std::vector<v4> mixed(static_cast<size_t>(pw));
         for (int y = r0; y < r1; ++y) {
-            const double fy = std::clamp((y + 0.5) / f - 0.5, -0.5, sh - 0.5);
-            const int ya = std::clamp(int(std::floor(fy)), 0, std::max(sh - 2, 0));
-            const int yb = std::min(ya + 1, sh - 1);
+            const double fy = (y + 0.5) / f - 0.5 + pad;
+            const int ya = int(std::floor(fy));
             const v4 wy = splat(float(fy - ya));
-            const float *a = blurred.row(ya), *b = blurred.row(yb);
-            for (int sx = 0; sx < sw; ++sx) {
+            const float *a = blurred.row(ya), *b = blurred.row(ya + 1);
+            for (int sx = 0; sx < pw; ++sx) {
                 const v4 va = load(a + 4 * size_t(sx));
                 mixed[size_t(sx)] = va + (load(b + 4 * size_t(sx)) - va) * wy;
             }
             for (int x = 0; x < w; ++x) {
-                const int i = x0[size_t(x)], j = std::min(i + 1, sw - 1);
-                const v4 v =
-                    mixed[size_t(i)] + (mixed[size_t(j)] - mixed[size_t(i)]) * splat(wx[size_t(x)]);
+                const int i = x0[size_t(x)];
+                const v4 v = mixed[size_t(i)] +
+                             (mixed[size_t(i) + 1] - mixed[size_t(i)]) * splat(wx[size_t(x)]);
                 store(row.data() + 4 * size_t(x), v);
             }
             if (hooks.finish)
@@ -395,10 +452,10 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
                        const Execution& exec) {
     if (input.empty()) return input;
     const double sigma = std::clamp(double(p.radius), 0.3, double(input.longEdge()));
-    if (hooks.coarse && sigma >= 8 && p.edges == EdgeMode::clamp) {
-        const int factor = std::max(2, int(sigma / 4));
+    const int factor = hooks.coarse > 0 ? int(sigma / double(hooks.coarse)) : 0;
+    if (factor >= 2 && p.edges == EdgeMode::clamp) {
         if (input.width() >= 2 * factor && input.height() >= 2 * factor)
-            return coarseBlurWith(input, sigma, factor, p.edges, hooks, exec);
+            return coarseBlurWith(input, sigma, factor, hooks, exec);
     }
     const LineFilter f = makeFilter(std::isfinite(sigma) ? sigma : 0.3);
     const int w = input.width(), h = input.height();

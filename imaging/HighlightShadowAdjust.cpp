@@ -100,7 +100,7 @@ Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
             recovered(in, gain, curve.gain(y), out);
         });
     detail::BlurHooks hooks;
-    hooks.coarse = true;  // the surroundings' brightness, not their detail
+    hooks.coarse = 4;  // the surroundings' brightness, not their detail
     // Only premultiplied luma and alpha are blurred; their ratio is the surroundings' luminance.
     hooks.prepare = [gain](const float* in, float* out, int count) {
         for (int i = 0; i < 4 * count; i += 4) {

@@ -10,6 +10,7 @@ Image unsharpMask(const Image& input, const UnsharpMaskParams& p, const Executio
     const float k = p.intensity;
     if (input.empty() || !(p.radius >= 0.3f) || k == 0 || !std::isfinite(k)) return input;
     detail::BlurHooks hooks;
+    hooks.coarse = 8;  // a wide radius lifts broad contrast; one level off at most
     // Combining while the blur is written saves a pass over memory.
     hooks.finish = [k](const float* in, const float* blurred, float* out, int count) {
         for (int i = 0; i < 4 * count; i += 4) {
