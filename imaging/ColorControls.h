@@ -13,11 +13,15 @@ struct ColorControlsParams {
     float brightness = 0;
     // Slope around mid-grey 0.5: 0 gives flat grey, 1 is neutral. Negative values count as 0.
     float contrast = 1;
+    /// The input's colour is first multiplied by this (alpha untouched): an exposure fused into
+    /// the same pass. Non-finite or not above 0: 1.
+    float inputGain = 1;
 };
 
-/// On the unpremultiplied colour, in this order: c = l + (c − l)·saturation with l the luma of the
-/// pixel; c += brightness; c = (c − 0.5)·contrast + 0.5. Alpha is kept; a transparent pixel gets
-/// colour 0. A non-finite field counts as neutral; all neutral returns the input.
+/// On the unpremultiplied colour, in this order: c ·= inputGain; c = l + (c − l)·saturation with l
+/// the luma of the pixel; c += brightness; c = (c − 0.5)·contrast + 0.5. Alpha is kept; a
+/// transparent pixel gets colour 0. A non-finite field counts as neutral; all neutral returns the
+/// input.
 Image colorControls(const Image& input, const ColorControlsParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

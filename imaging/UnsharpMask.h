@@ -15,9 +15,13 @@ struct UnsharpMaskParams {
     /// Non-finite: neutral.
     float intensity = 0.5f;
     EdgeMode edges = EdgeMode::clamp;
+    /// The input's colour is first multiplied by this (alpha untouched): an exposure fused into
+    /// the mask's passes instead of a pass of its own. Non-finite or not above 0: 1.
+    float inputGain = 1;
 };
 
-/// rgb + intensity × (rgb − gaussianBlur(rgb, radius)); alpha untouched.
+/// rgb + intensity × (rgb − gaussianBlur(rgb, radius)), of the input's rgb times inputGain;
+/// alpha untouched. The blur is linear, so the gain scales the result.
 Image unsharpMask(const Image& input, const UnsharpMaskParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

@@ -34,12 +34,13 @@ Image keepIfEmpty(Image result, const Image& input) {
     return result.empty() ? input : result;
 }
 
-// Diagonal gains from the white-balance sliders of non-RAW pictures; luminance is kept.
+// Diagonal gains from the white-balance sliders of non-RAW pictures; luminance is kept, times
+// `gain` (an exposure riding along).
 Image whiteBalanceByMatrix(const Image& image, double temperature, double tint,
-                           const Execution& exec) {
+                           const Execution& exec, double gain = 1) {
     const double a = temperature * 0.005, b = tint * 0.004;
     const double r = std::exp(a + b), g = std::exp(-b), bl = std::exp(b - a);
-    const double y = 0.2126 * r + 0.7152 * g + 0.0722 * bl;
+    const double y = (0.2126 * r + 0.7152 * g + 0.0722 * bl) / gain;
     img::ColorMatrixParams m;
     m.red = {float(r / y), 0, 0, 0};
     m.green = {0, float(g / y), 0, 0};
@@ -65,10 +66,12 @@ Image exposureAndRecovery(const Image& image, double ev, double highlights, doub
     return keepIfEmpty(img::highlightShadowAdjust(image, p, exec), image);
 }
 
-Image unsharp(const Image& image, double radius, double intensity, const Execution& exec) {
+Image unsharp(const Image& image, double radius, double intensity, const Execution& exec,
+              float gain = 1) {
     img::UnsharpMaskParams p;
     p.radius = float(radius);
     p.intensity = float(intensity);
+    p.inputGain = gain;
     return keepIfEmpty(img::unsharpMask(image, p, exec), image);
 }
 
@@ -143,19 +146,31 @@ double finiteOr0(double v) {
 
 Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, const Execution& exec) {
     if (e.isNeutral() || image.empty()) return image;
-    Image out = exposureAndRecovery(image, finiteOr0(e.exposure), finiteOr0(e.highlights),
-                                    finiteOr0(e.shadows), longEdge, exec);
-    if (e.temperature != 0 || e.tint != 0)
-        out = whiteBalanceByMatrix(out, finiteOr0(e.temperature), finiteOr0(e.tint), exec);
+    const double ev = finiteOr0(e.exposure), highlights = finiteOr0(e.highlights),
+                 shadows = finiteOr0(e.shadows);
+    // Without recovery the exposure rides along in the next step that takes a gain, a pass
+    // fewer; every step after it is linear in the colour or takes the gain first.
+    const bool recovery = highlights < 0 || shadows > 0;
+    Image out =
+        recovery ? exposureAndRecovery(image, ev, highlights, shadows, longEdge, exec) : image;
+    float gain = recovery ? 1 : std::exp2(float(ev));
+    if (e.temperature != 0 || e.tint != 0) {
+        out = whiteBalanceByMatrix(out, finiteOr0(e.temperature), finiteOr0(e.tint), exec, gain);
+        gain = 1;
+    }
     if (e.contrast != 0 || e.saturation != 0) {
         img::ColorControlsParams p;
         p.contrast = float(1 + finiteOr0(e.contrast) / 100 * 0.4);
         p.saturation = float(1 + finiteOr0(e.saturation) / 100);
+        p.inputGain = gain;
         out = keepIfEmpty(img::colorControls(out, p, exec), out);
+        gain = 1;
     }
-    if (e.clarity != 0)
-        out = unsharp(out, longEdge * 0.012, finiteOr0(e.clarity) / 100 * 0.6, exec);
-    return out;
+    if (e.clarity != 0) {
+        out = unsharp(out, longEdge * 0.012, finiteOr0(e.clarity) / 100 * 0.6, exec, gain);
+        gain = 1;
+    }
+    return gain == 1 ? out : exposure(out, ev, exec);
 }
 
 Image Pipeline::addGrain(const Image& image, double amount, int longEdge, const Execution& exec) {

@@ -161,6 +161,29 @@ TEST(PipelineStages, PeopleAndBackgroundFollowThePersonMask) {
     EXPECT_NEAR(out.at(220, 80).g, 0.5 * in.at(220, 80).g, 1e-5);
 }
 
+TEST(PipelineStages, ALocalExposureComesFirstWhereverItRidesAlong) {
+    // The exposure of a local edit is folded into a later step's pass; the picture must be the
+    // one of an exposure pass followed by the rest of the edit.
+    const Image in = scene();
+    const std::vector<std::function<void(LocalEdit&)>> rests = {
+        [](LocalEdit& e) { e.clarity = 40; },
+        [](LocalEdit& e) { e.saturation = -50, e.contrast = 30; },
+        [](LocalEdit& e) { e.temperature = 30, e.clarity = -20; },
+        [](LocalEdit& e) { e.shadows = 40; },
+    };
+    for (size_t i = 0; i < rests.size(); ++i) {
+        LocalEdit exposure, rest;
+        exposure.exposure = 0.7;
+        rests[i](rest);
+        LocalEdit both = rest;
+        both.exposure = exposure.exposure;
+        const Image expected =
+            Pipeline::local(Pipeline::local(in, exposure, 240, {}), rest, 240, {});
+        EXPECT_LT(img::testing::maxDifference(Pipeline::local(in, both, 240, {}), expected), 1e-5f)
+            << i;
+    }
+}
+
 TEST(PipelineBadInput, FarOutOfRangeValuesGiveAFinitePicture) {
     const Image in = scene(64, 48);
     Adjustments a;
