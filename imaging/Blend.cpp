@@ -113,8 +113,12 @@ Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
     // the blur is written.
     hooks.finish = [t](const float* in, const float* blurred, float* out, int count) {
         for (int i = 0; i < 4 * count; i += 4) {
-            float smooth[4];
-            compositePixel(in + i, blurred + i, smooth, luminosity);
+            float smooth[4] = {0, 0, 0, 1};
+            // Opaque pixels, nearly all of a photo, are the blend alone.
+            if (in[i + 3] == 1 && blurred[i + 3] == 1)
+                luminosity(blurred + i, in + i, smooth);
+            else
+                compositePixel(in + i, blurred + i, smooth, luminosity);
             for (int c = 0; c < 4; ++c)
                 out[i + c] = t == 1 ? smooth[c] : in[i + c] + (smooth[c] - in[i + c]) * t;
         }

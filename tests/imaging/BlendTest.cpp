@@ -104,14 +104,21 @@ TEST(Blend, LuminosityTakesTopLumaBottomHue) {
 }
 
 TEST(Blend, BlurredColourUnderLuminosityIsTheThreeStepsInOne) {
-    // Translucent noise: every branch of the blend's alpha handling is taken.
+    // Translucent noise: every branch of the blend's alpha handling is taken. Opaque noise
+    // beyond [0, 1] takes the opaque pixels' own way and both clips.
     const Image in = noise(37, 23, 9);
-    const Image blurred = gaussianBlur(in, {4.6f, EdgeMode::clamp});
-    const Image smooth = blend(in, blurred, {BlendMode::luminosity});
-    for (float amount : {0.6f, 1.0f, 3.0f})
-        EXPECT_TRUE(
-            identical(blurColourUnderLuminosity(in, 4.6f, amount), dissolve(in, smooth, {amount})))
-            << amount;
+    const Image opaque = make(37, 23, [&](int x, int y) {
+        const Pixel p = in.at(x, y);
+        return Pixel{2.4f * p.r - 0.7f, p.g, 1.8f * p.b - 0.2f, 1};
+    });
+    for (const Image& picture : {in, opaque}) {
+        const Image blurred = gaussianBlur(picture, {4.6f, EdgeMode::clamp});
+        const Image smooth = blend(picture, blurred, {BlendMode::luminosity});
+        for (float amount : {0.6f, 1.0f, 3.0f})
+            EXPECT_TRUE(identical(blurColourUnderLuminosity(picture, 4.6f, amount),
+                                  dissolve(picture, smooth, {amount})))
+                << amount;
+    }
     EXPECT_TRUE(identical(
         blurColourUnderLuminosity(in, 1.5f, 0.5f),
         dissolve(in, blend(in, gaussianBlur(in, {1.5f}), {BlendMode::luminosity}), {0.5f})));
