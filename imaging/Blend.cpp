@@ -127,7 +127,7 @@ Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
 }
 
 Image softLightGrey(const Image& input, const std::function<void(int, float*)>& levels,
-                    const Execution& exec) {
+                    const Execution& exec, const std::function<void(int, float*)>& baseGains) {
     if (input.empty() || !levels) return input;
     Image out = Image::forOverwrite(input.width(), input.height());
     const int w = input.width();
@@ -136,16 +136,25 @@ Image softLightGrey(const Image& input, const std::function<void(int, float*)>& 
             m[c] = softLight(b[c], t[c]);
     };
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
-        std::vector<float> level(static_cast<size_t>(w));
+        std::vector<float> level(static_cast<size_t>(w)), gain(baseGains ? size_t(w) : 0);
         for (int y = y0; y < y1; ++y) {
             levels(y, level.data());
+            if (baseGains) baseGains(y, gain.data());
             const float* b = input.row(y);
             float* o = out.row(y);
             for (int x = 0; x < w; ++x) {
                 if (x % 8 == 0) prefetchAhead(b + 4 * x);
                 const float v = level[size_t(x)];
                 const float grey[4] = {v, v, v, 1};
-                compositePixel(grey, b + 4 * x, o + 4 * x, mix);
+                const float* base = b + 4 * x;
+                float gained[4];
+                if (baseGains) {
+                    const float g = gain[size_t(x)];
+                    gained[0] = base[0] * g, gained[1] = base[1] * g, gained[2] = base[2] * g;
+                    gained[3] = base[3];
+                    base = gained;
+                }
+                compositePixel(grey, base, o + 4 * x, mix);
             }
         }
     });

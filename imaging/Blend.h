@@ -49,8 +49,11 @@ Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
 
 /// Film grain and the like in one pass: blend(grey, input, softLight) for an opaque grey top whose
 /// level along row y `levels(y, out)` writes (input.width() values), without making the grey
-/// picture. Neutral for an empty input or no level function.
+/// picture. `baseGains(y, out)`, when given, writes gains that the input's colour along row y is
+/// multiplied by first (alpha kept): a vignette riding along. Neutral for an empty input or no
+/// level function.
 Image softLightGrey(const Image& input, const std::function<void(int y, float* levels)>& levels,
-                    const Execution& exec = {});
+                    const Execution& exec = {},
+                    const std::function<void(int y, float* gains)>& baseGains = {});
 
 }  // namespace ql::img

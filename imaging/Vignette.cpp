@@ -2,36 +2,53 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace ql::img {
 
+VignetteGains::VignetteGains(const VignetteParams& p) {
+    if (!std::isfinite(p.centerX) || !std::isfinite(p.centerY) || !std::isfinite(p.radius) ||
+        !std::isfinite(p.intensity) || p.intensity == 0)
+        return;
+    neutral_ = false;
+    centerX_ = p.centerX, centerY_ = p.centerY;
+    intensity_ = std::clamp(p.intensity, -1.0f, 1.0f);
+    radius_ = std::max(p.radius, 0.0f);
+    width_ = (p.falloff > 0 ? std::min(p.falloff, 1.0f) : 0.0f) * radius_;
+}
+
+void VignetteGains::row(int y, int width, float* gains) const {
+    const float dy = float(y) + 0.5f - centerY_;
+    for (int x = 0; x < width; ++x) {
+        const float dx = float(x) + 0.5f - centerX_, d = std::sqrt(dx * dx + dy * dy);
+        float s = 1;
+        if (d <= radius_) {
+            s = 0;
+        } else if (d < radius_ + width_) {
+            const float u = (d - radius_) / width_;
+            s = u * u * (3 - 2 * u);
+        }
+        gains[x] = 1 - intensity_ * s;
+    }
+}
+
 Image vignette(const Image& input, const VignetteParams& p, const Execution& exec) {
-    if (input.empty() || !std::isfinite(p.centerX) || !std::isfinite(p.centerY) ||
-        !std::isfinite(p.radius) || !std::isfinite(p.intensity) || p.intensity == 0)
-        return input;
-    const float intensity = std::clamp(p.intensity, -1.0f, 1.0f);
-    const float radius = std::max(p.radius, 0.0f);
-    const float width = (p.falloff > 0 ? std::min(p.falloff, 1.0f) : 0.0f) * radius;
-    const auto strength = [&](float d) {
-        if (d <= radius) return 0.0f;
-        if (d >= radius + width) return 1.0f;
-        const float u = (d - radius) / width;
-        return u * u * (3 - 2 * u);
-    };
+    const VignetteGains gains(p);
+    if (input.empty() || gains.neutral()) return input;
     Image out = Image::forOverwrite(input.width(), input.height());
     // The gain depends on the position, which the per-pixel map does not give, so the rows are
     // spread with the parallel loop itself.
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
+        std::vector<float> gain(static_cast<size_t>(input.width()));
         for (int y = y0; y < y1; ++y) {
+            gains.row(y, input.width(), gain.data());
             const float* in = input.row(y);
             float* o = out.row(y);
-            const float dy = float(y) + 0.5f - p.centerY;
             for (int x = 0; x < input.width(); ++x, in += 4, o += 4) {
-                const float dx = float(x) + 0.5f - p.centerX;
-                const float gain = 1 - intensity * strength(std::sqrt(dx * dx + dy * dy));
-                o[0] = in[0] * gain;
-                o[1] = in[1] * gain;
-                o[2] = in[2] * gain;
+                const float g = gain[size_t(x)];
+                o[0] = in[0] * g;
+                o[1] = in[1] * g;
+                o[2] = in[2] * g;
                 o[3] = in[3];
             }
         }

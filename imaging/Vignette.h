@@ -27,4 +27,18 @@ struct VignetteParams {
 /// returns the input.
 Image vignette(const Image& input, const VignetteParams& p, const Execution& exec = {});
 
+/// The gains vignette() multiplies each pixel's colour by, a row at a time, for operations that
+/// take the vignette along in a pass of their own.
+class VignetteGains {
+  public:
+    explicit VignetteGains(const VignetteParams& p);
+    bool neutral() const { return neutral_; }
+    /// gains[x] for the `width` pixels of row y.
+    void row(int y, int width, float* gains) const;
+
+  private:
+    bool neutral_ = true;
+    float centerX_ = 0, centerY_ = 0, radius_ = 0, width_ = 0, intensity_ = 0;
+};
+
 }  // namespace ql::img

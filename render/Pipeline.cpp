@@ -126,7 +126,7 @@ Image chromaNoise(const Image& image, double noiseReduction, const Frame& f) {
         image);
 }
 
-Image vignette(const Image& image, double amount, double midpoint, const Execution& exec) {
+img::VignetteParams vignetteOf(const Image& image, double amount, double midpoint) {
     const double w = image.width(), h = image.height();
     img::VignetteParams p;
     p.centerX = float(w / 2);
@@ -134,7 +134,53 @@ Image vignette(const Image& image, double amount, double midpoint, const Executi
     p.radius = float(0.5 * std::sqrt(w * w + h * h) * (midpoint / 100 * 0.6 + 0.35));
     p.intensity = float(amount / -100);
     p.falloff = 0.6f;
-    return keepIfEmpty(img::vignette(image, p, exec), image);
+    return p;
+}
+
+// Grain (Pipeline::addGrain), over the picture times `under`'s gains when given: a vignette
+// riding along in the grain's pass.
+Image grain(const Image& image, double amount, int longEdge, const Execution& exec,
+            const img::VignetteGains* under) {
+    if (!(amount > 0) || image.empty()) return image;
+    std::function<void(int, float*)> gains;
+    if (under && !under->neutral())
+        gains = [&](int y, float* g) { under->row(y, image.width(), g); };
+    const double a = std::min(amount, 1e6) * 0.5;
+    // Monochrome, opaque; its mean sits 0.8·a below grey so grain darkens a little.
+    const float gain = float(a), bias = float(0.5 - 1.3 * a);
+    constexpr uint32_t seed = 0x6a7e11u;
+    // Noise at the print's grain size, enlarged to the picture's resolution; at that size or
+    // below, the noise's own pixels, made as each row needs them.
+    const double scale = std::max(longEdge / 2400.0, 1.0);
+    if (scale == 1) {
+        const img::RandomField field(seed);
+        return keepIfEmpty(img::softLightGrey(
+                               image,
+                               [&](int y, float* level) {
+                                   for (int x = 0; x < image.width(); ++x)
+                                       level[x] = field.at(x, y, 0) * gain + bias;
+                               },
+                               exec, gains),
+                           image);
+    }
+    const int nw = int(std::ceil(image.width() / scale)) + 1;
+    const int nh = int(std::ceil(image.height() / scale)) + 1;
+    img::AffineParams p;
+    p.a = p.d = scale;
+    p.outWidth = image.width();
+    p.outHeight = image.height();
+    p.edges = img::EdgeMode::clamp;
+    const Image noise = img::affineTransform(img::randomGenerator({nw, nh, seed}, exec), p, exec);
+    if (noise.empty()) return image;
+    return keepIfEmpty(img::softLightGrey(
+                           image,
+                           [&](int y, float* level) {
+                               const float* n = noise.row(y);
+                               for (int x = 0; x < image.width(); ++x)
+                                   level[x] = n[4 * x] * gain + bias;
+                           },
+                           exec, gains),
+                       image);
 }
 
 // Every value finite: a slider far outside its range must still give a defined picture.
@@ -174,43 +220,7 @@ Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, cons
 }
 
 Image Pipeline::addGrain(const Image& image, double amount, int longEdge, const Execution& exec) {
-    if (!(amount > 0) || image.empty()) return image;
-    const double a = std::min(amount, 1e6) * 0.5;
-    // Monochrome, opaque; its mean sits 0.8·a below grey so grain darkens a little.
-    const float gain = float(a), bias = float(0.5 - 1.3 * a);
-    constexpr uint32_t seed = 0x6a7e11u;
-    // Noise at the print's grain size, enlarged to the picture's resolution; at that size or
-    // below, the noise's own pixels, made as each row needs them.
-    const double scale = std::max(longEdge / 2400.0, 1.0);
-    if (scale == 1) {
-        const img::RandomField field(seed);
-        return keepIfEmpty(img::softLightGrey(
-                               image,
-                               [&](int y, float* level) {
-                                   for (int x = 0; x < image.width(); ++x)
-                                       level[x] = field.at(x, y, 0) * gain + bias;
-                               },
-                               exec),
-                           image);
-    }
-    const int nw = int(std::ceil(image.width() / scale)) + 1;
-    const int nh = int(std::ceil(image.height() / scale)) + 1;
-    img::AffineParams p;
-    p.a = p.d = scale;
-    p.outWidth = image.width();
-    p.outHeight = image.height();
-    p.edges = img::EdgeMode::clamp;
-    const Image noise = img::affineTransform(img::randomGenerator({nw, nh, seed}, exec), p, exec);
-    if (noise.empty()) return image;
-    return keepIfEmpty(img::softLightGrey(
-                           image,
-                           [&](int y, float* level) {
-                               const float* n = noise.row(y);
-                               for (int x = 0; x < image.width(); ++x)
-                                   level[x] = n[4 * x] * gain + bias;
-                           },
-                           exec),
-                       image);
+    return grain(image, amount, longEdge, exec, nullptr);
 }
 
 CubeData Pipeline::lutData(const LUTKey& key, const Execution& exec) const {
@@ -310,8 +320,18 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
         p.radius = float(std::max(L / 2400.0 * 1.5, 1.0));
         image = keepIfEmpty(img::sharpenLuminance(image, p, exec), image);
     }
-    if (adj.vignette != 0) image = vignette(image, adj.vignette, adj.vignetteMidpoint, exec);
-    if (adj.grain > 0) image = addGrain(image, adj.grain / 100, L, exec);
+    // With grain on, the vignette rides along in the grain's pass.
+    if (adj.vignette != 0) {
+        const img::VignetteParams p = vignetteOf(image, adj.vignette, adj.vignetteMidpoint);
+        if (adj.grain > 0) {
+            const img::VignetteGains gains(p);
+            image = grain(image, adj.grain / 100, L, exec, &gains);
+        } else {
+            image = keepIfEmpty(img::vignette(image, p, exec), image);
+        }
+    } else if (adj.grain > 0) {
+        image = addGrain(image, adj.grain / 100, L, exec);
+    }
     if (!keepMask.empty()) image = BackdropRender::keep(image, keepMask, exec);
     if (image.width() != extent.width || image.height() != extent.height)
         image = keepIfEmpty(img::crop(image, extent, exec), image);

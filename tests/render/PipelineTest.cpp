@@ -108,6 +108,19 @@ TEST(PipelineStages, VignetteSignAndCentre) {
     EXPECT_LT(dark.at(1, 1).g, 0.15f);
     EXPECT_GT(light.at(1, 1).g, 0.4f);
     EXPECT_NEAR(dark.at(1, 1).g, dark.at(298, 198).g, 1e-3);
+    // With grain, the vignette rides along in the grain's pass: the grain of the vignetted
+    // picture, both ways and on both kinds of grain (the noise's own pixels, and enlarged).
+    for (int w : {300, 3000}) {
+        const Image in = scene(w, 200);
+        for (double v : {-60.0, 40.0}) {
+            const auto vignetted = with([v](auto& a) { a.vignette = v, a.vignetteMidpoint = 30; });
+            Adjustments both = vignetted;
+            both.grain = 50;
+            EXPECT_TRUE(identical(render(both, in),
+                                  Pipeline::addGrain(render(vignetted, in), 0.5, in.longEdge())))
+                << w << " " << v;
+        }
+    }
 }
 
 TEST(PipelineStages, GrainIsDeterministicMonochromeAndDarkensSlightly) {
