@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "ColorLUT.h"
 #include "Defringe.h"
@@ -107,13 +108,16 @@ Image skinEvening(const Image& image, double amount, const Image& skin, const Fr
 }
 
 // Clarity (with dehaze's share) at a wide radius, then texture at a fine one. Positive amounts
-// leave skin alone; negative ones soften everything.
-Image localContrast(const Image& image, const Adjustments& a, const Image& skin, const Frame& f) {
+// leave skin alone; negative ones soften everything. Without skin to protect, the input is let
+// go once the first step has its result, so a full-size picture holds one picture fewer.
+Image localContrast(Image image, const Adjustments& a, const Image& skin, const Frame& f) {
     const double c = a.clarity + a.dehaze * 2 / 5;  // exact: clarity 10, dehaze −25 cancel
+    const bool protect = std::max(c, a.texture) > 0 && !skin.empty();
     Image out = image;
+    if (!protect) image = {};
     if (c != 0) out = unsharp(out, f.longEdge * 0.015, c / 100 * 0.7, f.exec);
     if (a.texture != 0) out = unsharp(out, f.longEdge * 0.0025, a.texture / 100 * 0.8, f.exec);
-    if (std::max(c, a.texture) > 0 && !skin.empty() && !out.sharesPixelsWith(image))
+    if (protect && !out.sharesPixelsWith(image))
         out = keepIfEmpty(img::blendWithMask(image, out, skin, f.exec), out);
     return out;
 }
@@ -278,7 +282,7 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
         if (!adj.portrait.isNeutral())
             image = PortraitRetouch::apply(image, adj.portrait, *faces, L, exec);
     }
-    image = localContrast(image, adj, skin, f);
+    image = localContrast(std::move(image), adj, skin, f);
 
     const LUTKey key(adj);
     if (!key.isIdentity()) {
@@ -289,7 +293,8 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
     if (!person.empty() && (!adj.people.isNeutral() || !adj.background.isNeutral())) {
         const Image inside = local(image, adj.people, L, exec);
         const Image outside = local(image, adj.background, L, exec);
-        image = keepIfEmpty(img::blendWithMask(inside, outside, person, exec), image);
+        image = {};  // the two sides hold all that is still needed: one picture fewer at once
+        image = img::blendWithMask(inside, outside, person, exec);
     }
     for (const MaskLayer& layer : adj.layers) {
         if (!layer.visible || layer.edit.isNeutral()) continue;
