@@ -382,23 +382,29 @@ Image coarseBlurWith(const Image& input, double sigma, int f, const detail::Blur
                               {corner(0, h - 1), corner(w - 1, h - 1)}};
     const int pw = sw + 2 * pad, ph = sh + 2 * pad;
     Image framed = Image::forOverwrite(pw, ph);
-    for (int y = 0; y < ph; ++y) {
-        const int sy = y - pad, band = sy < 0 ? 0 : sy < sh ? 1 : 2;
-        float* o = framed.row(y);
-        for (int x = 0; x < pw; ++x) {
-            const int sx = x - pad, side = sx < 0 ? 0 : sx < sw ? 1 : 2;
-            v4 v;
-            if (band == 1 && side == 1)
-                v = load(inner.row(sy) + 4 * size_t(sx));
-            else if (band == 1)
-                v = (side == 0 ? left : right)[size_t(sy)];
-            else if (side == 1)
-                v = (band == 0 ? top : bottom)[size_t(sx)];
-            else
-                v = corners[band / 2][side / 2];
-            store(o + 4 * size_t(x), v);
+    const bool copied = parallelFor(0, ph, exec, [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const int sy = y - pad, band = sy < 0 ? 0 : sy < sh ? 1 : 2;
+            float* o = framed.row(y);
+            for (int x = 0; x < pw; ++x) {
+                const int sx = x - pad, side = sx < 0 ? 0 : sx < sw ? 1 : 2;
+                if (band == 1 && side == 1) {  // the inside, a row at a time
+                    std::memcpy(o + 4 * size_t(x), inner.row(sy), size_t(sw) * sizeof(v4));
+                    x += sw - 1;
+                    continue;
+                }
+                v4 v;
+                if (band == 1)
+                    v = (side == 0 ? left : right)[size_t(sy)];
+                else if (side == 1)
+                    v = (band == 0 ? top : bottom)[size_t(sx)];
+                else
+                    v = corners[band / 2][side / 2];
+                store(o + 4 * size_t(x), v);
+            }
         }
-    }
+    });
+    if (!copied) return Image{};
     const Image blurred =
         detail::gaussianBlurWith(framed, {float(smallSigma), EdgeMode::clamp}, {}, exec);
     if (blurred.empty()) return Image{};
