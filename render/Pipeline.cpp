@@ -326,16 +326,12 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
         image = keepIfEmpty(img::sharpenLuminance(image, p, exec), image);
     }
     // With grain on, the vignette rides along in the grain's pass.
-    if (adj.vignette != 0) {
-        const img::VignetteParams p = vignetteOf(image, adj.vignette, adj.vignetteMidpoint);
-        if (adj.grain > 0) {
-            const img::VignetteGains gains(p);
-            image = grain(image, adj.grain / 100, L, exec, &gains);
-        } else {
-            image = keepIfEmpty(img::vignette(image, p, exec), image);
-        }
-    } else if (adj.grain > 0) {
-        image = addGrain(image, adj.grain / 100, L, exec);
+    const img::VignetteParams vignetting = vignetteOf(image, adj.vignette, adj.vignetteMidpoint);
+    if (adj.grain > 0) {
+        const img::VignetteGains under(vignetting);
+        image = grain(image, adj.grain / 100, L, exec, &under);
+    } else {
+        image = keepIfEmpty(img::vignette(image, vignetting, exec), image);
     }
     if (!keepMask.empty()) image = BackdropRender::keep(image, keepMask, exec);
     if (image.width() != extent.width || image.height() != extent.height)
