@@ -104,8 +104,7 @@ Image blend(const Image& input, const Image& background, const BlendParams& p,
     return background;
 }
 
-Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
-                                const Execution& exec) {
+Image blurColourUnderLuminosity(Image input, float radius, float amount, const Execution& exec) {
     const float t = amount > 0 ? std::min(amount, 1.0f) : 0;  // NaN gives 0
     if (input.empty() || t == 0 || !(radius >= 0.3f)) return input;
     detail::BlurHooks hooks;
@@ -123,13 +122,13 @@ Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
                 out[i + c] = t == 1 ? smooth[c] : in[i + c] + (smooth[c] - in[i + c]) * t;
         }
     };
-    return detail::gaussianBlurWith(input, {radius, EdgeMode::clamp}, hooks, exec);
+    return detail::gaussianBlurWith(std::move(input), {radius, EdgeMode::clamp}, hooks, exec);
 }
 
-Image softLightGrey(const Image& input, const std::function<void(int, float*)>& levels,
+Image softLightGrey(Image input, const std::function<void(int, float*)>& levels,
                     const Execution& exec, const std::function<void(int, float*)>& baseGains) {
     if (input.empty() || !levels) return input;
-    Image out = Image::forOverwrite(input.width(), input.height());
+    Image out = Image::resultFor(input);
     const int w = input.width();
     const auto mix = [](const float* b, const float* t, float* m) {
         for (int c = 0; c < 3; ++c)

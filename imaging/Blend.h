@@ -44,7 +44,7 @@ Image blend(const Image& input, const Image& background, const BlendParams& p,
 /// dissolve from the input toward it. Smooths colour noise and keeps detail, in one pass over
 /// memory instead of three. Neutral (the input returned) for an amount of 0 or NaN and a radius
 /// below 0.3.
-Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
+Image blurColourUnderLuminosity(Image input, float radius, float amount,
                                 const Execution& exec = {});
 
 /// Film grain and the like in one pass: blend(grey, input, softLight) for an opaque grey top whose
@@ -52,7 +52,7 @@ Image blurColourUnderLuminosity(const Image& input, float radius, float amount,
 /// picture. `baseGains(y, out)`, when given, writes gains that the input's colour along row y is
 /// multiplied by first (alpha kept): a vignette riding along. Neutral for an empty input or no
 /// level function.
-Image softLightGrey(const Image& input, const std::function<void(int y, float* levels)>& levels,
+Image softLightGrey(Image input, const std::function<void(int y, float* levels)>& levels,
                     const Execution& exec = {},
                     const std::function<void(int y, float* gains)>& baseGains = {});
 

@@ -22,6 +22,6 @@ struct ColorControlsParams {
 /// the luma of the pixel; c += brightness; c = (c − 0.5)·contrast + 0.5. Alpha is kept; a
 /// transparent pixel gets colour 0. A non-finite field counts as neutral; all neutral returns the
 /// input.
-Image colorControls(const Image& input, const ColorControlsParams& p, const Execution& exec = {});
+Image colorControls(Image input, const ColorControlsParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

@@ -280,7 +280,7 @@ template <int p>
 
 }  // namespace
 
-Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& exec) {
+Image colorCube(Image input, const ColorCubeParams& p, const Execution& exec) {
     const int n = p.dimension;
     // The upper limit only keeps the size computation from overflowing.
     if (input.empty() || !p.data || n < 2 || n > 1024 ||
@@ -289,7 +289,7 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
     const Cube cube{p.data->data(), n - 1, size_t(n) * 4, size_t(n) * size_t(n) * 4};
     const float scale = float(n - 1);
     if (!p.sRGBSpace) {
-        return mapUnpremultiplied(input, exec, [&cube, scale](float* c) {
+        return mapUnpremultiplied(std::move(input), exec, [&cube, scale](float* c) {
             const float in[3] = {c[0], c[1], c[2]};
             const float t[3] = {clamp01(c[0]) * scale, clamp01(c[1]) * scale,
                                 clamp01(c[2]) * scale};
@@ -304,7 +304,7 @@ Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& e
     const EdgeRuns runs{nodes[0] - nodes[1], srgbDecodeUnit(simd::splat(0.0f))[0] - nodes[2]};
     const SrgbCube job{cube, SrgbEncodeTable::shared(), scale, runs,
                        p.data->size() < size_t(std::numeric_limits<int>::max())};
-    Image out = Image::forOverwrite(input.width(), input.height());
+    Image out = Image::resultFor(input);
     const int w = input.width();
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y)

@@ -31,6 +31,6 @@ struct ColorCubeParams {
 /// outermost cell along its axis (never negative), so extended-range values are not flattened.
 /// Alpha is kept; a transparent pixel gets colour 0. The sRGB curve is evaluated by table, within
 /// 1e-6. An unusable cube returns the input.
-Image colorCube(const Image& input, const ColorCubeParams& p, const Execution& exec = {});
+Image colorCube(Image input, const ColorCubeParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

@@ -16,7 +16,7 @@ float dot(const Pixel& row, const float* c, float a) {
 
 }  // namespace
 
-Image colorMatrix(const Image& input, const ColorMatrixParams& p, const Execution& exec) {
+Image colorMatrix(Image input, const ColorMatrixParams& p, const Execution& exec) {
     const ColorMatrixParams identity;
     const bool neutral = p.red == identity.red && p.green == identity.green &&
                          p.blue == identity.blue && p.alpha == identity.alpha &&
@@ -25,7 +25,7 @@ Image colorMatrix(const Image& input, const ColorMatrixParams& p, const Executio
     if (!finite(p.red) || !finite(p.green) || !finite(p.blue) || !finite(p.alpha) ||
         !finite(p.bias))
         return input;
-    return mapPixels(input, exec, [&p](const float* in, float* out) {
+    return mapPixels(std::move(input), exec, [&p](const float* in, float* out) {
         const float u = unpremultiplyScale(in[3]);
         const float c[3] = {in[0] * u, in[1] * u, in[2] * u};
         const float a = dot(p.alpha, c, in[3]) + p.bias.a;

@@ -21,6 +21,6 @@ struct ColorMatrixParams {
 /// out_c = dot(row_c, px) + bias_c on the unpremultiplied pixel, premultiplied again by the new
 /// alpha (see the alpha rule above). The identity, or any non-finite coefficient, returns the
 /// input.
-Image colorMatrix(const Image& input, const ColorMatrixParams& p, const Execution& exec = {});
+Image colorMatrix(Image input, const ColorMatrixParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

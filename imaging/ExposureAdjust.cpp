@@ -6,10 +6,10 @@
 
 namespace ql::img {
 
-Image exposureAdjust(const Image& input, const ExposureParams& p, const Execution& exec) {
+Image exposureAdjust(Image input, const ExposureParams& p, const Execution& exec) {
     if (input.empty() || p.ev == 0 || !std::isfinite(p.ev)) return input;
     const float gain = std::exp2(p.ev);
-    return mapPixels(input, exec, [gain](const float* in, float* out) {
+    return mapPixels(std::move(input), exec, [gain](const float* in, float* out) {
         out[0] = in[0] * gain;
         out[1] = in[1] * gain;
         out[2] = in[2] * gain;

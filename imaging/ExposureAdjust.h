@@ -12,6 +12,6 @@ struct ExposureParams {
 
 /// rgb × 2^ev; alpha untouched (premultiplied colour scales the same way). A non-finite ev
 /// returns the input.
-Image exposureAdjust(const Image& input, const ExposureParams& p, const Execution& exec = {});
+Image exposureAdjust(Image input, const ExposureParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

@@ -406,7 +406,7 @@ Image coarseBlurWith(const Image& input, double sigma, int f, const detail::Blur
     });
     if (!copied) return Image{};
     const Image blurred =
-        detail::gaussianBlurWith(framed, {float(smallSigma), EdgeMode::clamp}, {}, exec);
+        detail::gaussianBlurWith(std::move(framed), {float(smallSigma), EdgeMode::clamp}, {}, exec);
     if (blurred.empty()) return Image{};
     // Horizontal interpolation: each output column's two source columns and weight, once. Block
     // k's centre lies at (k + ½)·f.
@@ -417,7 +417,7 @@ Image coarseBlurWith(const Image& input, double sigma, int f, const detail::Blur
         x0[size_t(x)] = int(std::floor(fx));
         wx[size_t(x)] = float(fx - x0[size_t(x)]);
     }
-    Image out = Image::forOverwrite(w, h);
+    Image out = Image::resultFor(input);  // row y reads only row y of the input
     const bool ok = parallelFor(0, h, exec, [&](int r0, int r1) {
         std::vector<float> row(size_t(w) * 4);
         std::vector<v4> mixed(static_cast<size_t>(pw));
@@ -454,7 +454,7 @@ Image gaussianBlur(const Image& input, const GaussianBlurParams& p, const Execut
 
 namespace detail {
 
-Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const BlurHooks& hooks,
+Image gaussianBlurWith(Image input, const GaussianBlurParams& p, const BlurHooks& hooks,
                        const Execution& exec) {
     if (input.empty()) return input;
     const double sigma = std::clamp(double(p.radius), 0.3, double(input.longEdge()));
@@ -471,7 +471,8 @@ Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const Bl
     Pass horizontal{input.data(), w, h, across.data()};
     if (hooks.prepare) horizontal.prepare = &hooks.prepare;
     if (!runPass(horizontal, f, p.edges, exec)) return Image{};
-    Image out = Image::forOverwrite(w, h);
+    // The input is read again only where its own result is written, just before.
+    Image out = Image::resultFor(input);
     Pass vertical{across.data(), h, w, out.data()};
     if (hooks.finish) vertical.finish = &hooks.finish, vertical.original = input.data();
     if (!runPass(vertical, f, p.edges, exec)) return Image{};

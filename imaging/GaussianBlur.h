@@ -29,7 +29,8 @@ namespace detail {
 /// Hooks that let an operation built on the blur skip whole passes over memory. `prepare` turns
 /// a run of input pixels into the pixels to be blurred (default: the input itself); `finish`
 /// receives a run of input pixels and the blur at the same places and writes the output
-/// (default: the blur). Runs hold `count` pixels, four floats each; `out` may alias nothing.
+/// (default: the blur). Runs hold `count` pixels, four floats each; `out` may be `in` itself,
+/// so finish reads each pixel of `in` before it writes that pixel, and aliases nothing else.
 struct BlurHooks {
     std::function<void(const float* in, float* out, int count)> prepare;
     std::function<void(const float* in, const float* blurred, float* out, int count)> finish;
@@ -42,8 +43,9 @@ struct BlurHooks {
 };
 
 /// gaussianBlur with hooks. Always does the work (no neutral shortcut): the caller decides
-/// neutrality. σ must be at least 0.3 and finite; it is capped at the long edge.
-Image gaussianBlurWith(const Image& input, const GaussianBlurParams& p, const BlurHooks& hooks,
+/// neutrality. σ must be at least 0.3 and finite; it is capped at the long edge. Given the only
+/// handle to `input`, the result is written into its pixels.
+Image gaussianBlurWith(Image input, const GaussianBlurParams& p, const BlurHooks& hooks,
                        const Execution& exec);
 
 /// The same Gaussian, clamped at the edges, of one plane: a quarter of the work of blurring four
@@ -52,17 +54,18 @@ Plane blurPlane(const Plane& plane, float sigma, const Execution& exec);
 
 /// For operations that judge luma against its Gaussian mean: f(base pixel, luma, mean luma, out)
 /// for every pixel, where luma is the input's and its mean the blur at σ, both as planes, and
-/// `base` (the input or another picture of its size) is the picture f changes. Empty when
-/// cancelled.
+/// `base` (the input or another picture of its size) is the picture f changes. The input is let
+/// go once its luma is taken, and the result written into the base when that was the only handle
+/// (f then reads each base pixel before writing it). Empty when cancelled.
 template <class F>
-Image withLumaAndMean(const Image& input, const Image& base, float sigma, const Execution& exec,
-                      F f) {
+Image withLumaAndMean(Image input, Image base, float sigma, const Execution& exec, F f) {
     const int w = input.width(), h = input.height();
     const Plane lumas = lumaPlane(input, exec);
+    input = {};
     if (lumas.empty()) return Image{};
     const Plane means = blurPlane(lumas, sigma, exec);
     if (means.empty()) return Image{};
-    Image out = Image::forOverwrite(w, h);
+    Image out = Image::resultFor(base);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             const float *l = lumas.row(y), *m = means.row(y), *b = base.row(y);

@@ -83,19 +83,18 @@ inline void recovered(const float* in, float gain, float g, float* out) {
 
 }  // namespace
 
-Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
-                            const Execution& exec) {
+Image highlightShadowAdjust(Image input, const HighlightShadowParams& p, const Execution& exec) {
     const float shadow = std::isfinite(p.shadowAmount) ? std::clamp(p.shadowAmount, 0.0f, 1.0f) : 0;
     const float highlight =
         std::isfinite(p.highlightAmount) ? std::clamp(p.highlightAmount, 0.0f, 1.0f) : 1;
     const float gain = std::isfinite(p.inputGain) && p.inputGain > 0 ? p.inputGain : 1;
     if (input.empty() || (shadow == 0 && highlight == 1 && gain == 1)) return input;
     if (shadow == 0 && highlight == 1)
-        return mapPixels(input, exec,
+        return mapPixels(std::move(input), exec,
                          [gain](const float* in, float* out) { recovered(in, gain, 1, out); });
     const Curve curve{shadow, highlight};
     if (!(p.radius >= 0.3f))
-        return mapPixels(input, exec, [&curve, gain](const float* in, float* out) {
+        return mapPixels(std::move(input), exec, [&curve, gain](const float* in, float* out) {
             const float y = luminance(luma(in[0] * gain, in[1] * gain, in[2] * gain), in[3]);
             recovered(in, gain, curve.gain(y), out);
         });
@@ -112,7 +111,7 @@ Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
     hooks.finish = [&curve, gain](const float* in, const float* blurred, float* out, int count) {
         recoverRun(curve, gain, in, blurred, out, count);
     };
-    return detail::gaussianBlurWith(input, {p.radius, EdgeMode::clamp}, hooks, exec);
+    return detail::gaussianBlurWith(std::move(input), {p.radius, EdgeMode::clamp}, hooks, exec);
 }
 
 }  // namespace ql::img

@@ -30,7 +30,7 @@ struct HighlightShadowParams {
 /// and r, g, b are multiplied by the gain (v'/v)², which keeps hue and saturation. Mid-grey
 /// (v ≈ 0.42) moves by under 1 %. v' rises with v and with both amounts, so the per-pixel curve
 /// never inverts tones. Alpha untouched. Edges clamp.
-Image highlightShadowAdjust(const Image& input, const HighlightShadowParams& p,
+Image highlightShadowAdjust(Image input, const HighlightShadowParams& p,
                             const Execution& exec = {});
 
 }  // namespace ql::img

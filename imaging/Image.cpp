@@ -142,6 +142,17 @@ Image Image::forOverwrite(int width, int height) {
     return Image(width, height, Unset{});
 }
 
+// The count is exact when it is 1: no other handle exists that another thread could copy.
+Image Image::resultFor(const Image& input) {
+    if (input.data_.use_count() == 1) return input;
+    return forOverwrite(input.width_, input.height_);
+}
+
+Image Image::resultFor(const Image& first, const Image& second) {
+    if (first.data_.use_count() == 1) return first;
+    return resultFor(second);
+}
+
 Image Image::filled(int width, int height, Pixel colour) {
     Image image(width, height, Unset{});
     float* p = image.data();

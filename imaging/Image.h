@@ -14,7 +14,7 @@ struct Pixel {
 
 /// A cheap handle: copies share the pixels. Pixels are written only by the function that created
 /// the image, before it hands it out; after that an image is immutable, so returning the input
-/// unchanged costs nothing.
+/// unchanged costs nothing. The one exception is resultFor: pixels nobody else can see any more.
 class Image {
   public:
     Image() = default;
@@ -28,6 +28,13 @@ class Image {
     /// A new image whose pixels are left unset, for an operation that writes every one of them:
     /// clearing first would cost a pass over memory.
     static Image forOverwrite(int width, int height);
+    /// Where an operation that took `input` by value writes its result: into the input's own
+    /// pixels when its caller handed over the only handle to them (with std::move), else into
+    /// new pixels of the same size, unset. Whoever writes in place reads each pixel before it
+    /// writes it, and never writes one it still has to read.
+    static Image resultFor(const Image& input);
+    /// The same for two inputs of one size: the first's pixels, else the second's, else new.
+    static Image resultFor(const Image& first, const Image& second);
 
     int width() const { return width_; }
     int height() const { return height_; }

@@ -131,10 +131,10 @@ Image smooth(const Image& input, float noise, float scale, const Execution& exec
 // Edge sharpening at a wider reach, added to the already smoothed picture: where √luma differs from
 // its Gaussian mean by more than the noise level, sharpness × (luma − mean luma). Only luma is
 // blurred: a quarter of the work of blurring the colour and taking its luma.
-Image sharpenEdges(const Image& input, const Image& smoothed, float noise, float sharpness,
-                   float sigma, const Execution& exec) {
+Image sharpenEdges(Image input, Image smoothed, float noise, float sharpness, float sigma,
+                   const Execution& exec) {
     return detail::withLumaAndMean(
-        input, smoothed, sigma, exec,
+        std::move(input), std::move(smoothed), sigma, exec,
         [noise, sharpness](const float* sm, float y, float m, float* o) {
             float gate = 1;
             if (noise > 0) {
@@ -150,15 +150,16 @@ Image sharpenEdges(const Image& input, const Image& smoothed, float noise, float
 
 }  // namespace
 
-Image noiseReduction(const Image& input, const NoiseReductionParams& p, const Execution& exec) {
+Image noiseReduction(Image input, const NoiseReductionParams& p, const Execution& exec) {
     const float noise = p.noiseLevel >= 0 ? std::min(p.noiseLevel, 0.1f) : 0;  // NaN fails both
     const float sharpness = p.sharpness >= 0 ? std::min(p.sharpness, 2.0f) : 0;
     const float scale = p.scale > 1 && std::isfinite(p.scale) ? std::min(p.scale, 64.0f) : 1;
     if (input.empty() || (noise == 0 && sharpness == 0)) return input;
-    const Image smoothed = noise > 0 ? smooth(input, noise, scale, exec) : input;
+    Image smoothed = noise > 0 ? smooth(input, noise, scale, exec) : input;
     if (smoothed.empty() || sharpness == 0) return smoothed;
     // σ 1.2 matches the spread of the 5 × 5 window's weights.
-    return sharpenEdges(input, smoothed, noise, sharpness, 1.2f * scale, exec);
+    return sharpenEdges(std::move(input), std::move(smoothed), noise, sharpness, 1.2f * scale,
+                        exec);
 }
 
 }  // namespace ql::img

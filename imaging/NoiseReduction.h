@@ -27,6 +27,6 @@ struct NoiseReductionParams {
 /// differ by noise. Then where the input's √luma differs from that of its Gaussian mean
 /// (σ = 1.2 × scale px) by more than the noise level (fully from twice it), sharpness × (luma −
 /// mean luma) is added to r, g and b of the smoothed picture. Deterministic; edges clamp.
-Image noiseReduction(const Image& input, const NoiseReductionParams& p, const Execution& exec = {});
+Image noiseReduction(Image input, const NoiseReductionParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

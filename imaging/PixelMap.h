@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "Execution.h"
 #include "Image.h"
@@ -17,10 +18,11 @@ namespace ql::img {
 }
 
 /// out = f(in) pixel by pixel, rows in parallel. `f(const float* in, float* out)` sees four
-/// floats each. Returns an empty image when cancelled.
+/// floats each; given the only handle to `input`, out is in, so f reads all four before it
+/// writes. Returns an empty image when cancelled.
 template <class F>
-Image mapPixels(const Image& input, const Execution& exec, F&& f) {
-    Image out = Image::forOverwrite(input.width(), input.height());
+Image mapPixels(Image input, const Execution& exec, F&& f) {
+    Image out = Image::resultFor(input);
     const int w = input.width();
     const bool done = parallelFor(0, input.height(), exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
@@ -35,10 +37,11 @@ Image mapPixels(const Image& input, const Execution& exec, F&& f) {
     return done ? out : Image{};
 }
 
-/// out = f(a, b) for two images of the same size; the caller checks the sizes.
+/// out = f(a, b) for two images of the same size; the caller checks the sizes. Written into b's
+/// pixels, or else a's, when that is the only handle to them.
 template <class F>
-Image mapPixels2(const Image& a, const Image& b, const Execution& exec, F&& f) {
-    Image out = Image::forOverwrite(a.width(), a.height());
+Image mapPixels2(Image a, Image b, const Execution& exec, F&& f) {
+    Image out = Image::resultFor(b, a);
     const int w = a.width();
     const bool done = parallelFor(0, a.height(), exec, [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
@@ -68,8 +71,8 @@ inline float premultiplyScale(float a) {
 /// mapPixels for the colour operations that keep alpha: `f(float* rgb)` edits the
 /// unpremultiplied colour in place.
 template <class F>
-Image mapUnpremultiplied(const Image& input, const Execution& exec, F&& f) {
-    return mapPixels(input, exec, [&f](const float* in, float* out) {
+Image mapUnpremultiplied(Image input, const Execution& exec, F&& f) {
+    return mapPixels(std::move(input), exec, [&f](const float* in, float* out) {
         const float a = in[3];
         if (a >= 1) {  // opaque, nearly every pixel of a photo: no scaling either way
             float c[3] = {in[0], in[1], in[2]};

@@ -17,7 +17,6 @@ struct SharpenLuminanceParams {
 
 /// d = sharpness × (luma − luma of the Gaussian blur) is added to r, g and b alike, so each
 /// pixel's colour differences stay as they were; alpha untouched. Edges clamp.
-Image sharpenLuminance(const Image& input, const SharpenLuminanceParams& p,
-                       const Execution& exec = {});
+Image sharpenLuminance(Image input, const SharpenLuminanceParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

@@ -7,11 +7,11 @@
 
 namespace ql::img {
 
-Image unsharpMask(const Image& input, const UnsharpMaskParams& p, const Execution& exec) {
+Image unsharpMask(Image input, const UnsharpMaskParams& p, const Execution& exec) {
     const float k = p.intensity;
     const float g = std::isfinite(p.inputGain) && p.inputGain > 0 ? p.inputGain : 1;
     if (input.empty() || !(p.radius >= 0.3f) || !std::isfinite(k)) return input;
-    if (k == 0) return g == 1 ? input : exposureAdjust(input, {std::log2(g)}, exec);
+    if (k == 0) return g == 1 ? input : exposureAdjust(std::move(input), {std::log2(g)}, exec);
     detail::BlurHooks hooks;
     hooks.coarse = 8;  // a wide radius lifts broad contrast; one level off at most
     // Combining while the blur is written saves a pass over memory; so does the gain.
@@ -22,7 +22,7 @@ Image unsharpMask(const Image& input, const UnsharpMaskParams& p, const Executio
             out[i + 3] = in[i + 3];
         }
     };
-    return detail::gaussianBlurWith(input, {p.radius, p.edges}, hooks, exec);
+    return detail::gaussianBlurWith(std::move(input), {p.radius, p.edges}, hooks, exec);
 }
 
 }  // namespace ql::img

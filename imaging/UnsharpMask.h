@@ -22,6 +22,6 @@ struct UnsharpMaskParams {
 
 /// rgb + intensity × (rgb − gaussianBlur(rgb, radius)), of the input's rgb times inputGain;
 /// alpha untouched. The blur is linear, so the gain scales the result.
-Image unsharpMask(const Image& input, const UnsharpMaskParams& p, const Execution& exec = {});
+Image unsharpMask(Image input, const UnsharpMaskParams& p, const Execution& exec = {});
 
 }  // namespace ql::img

@@ -8,8 +8,9 @@
 namespace ql {
 
 /// Only the masks the edit needs are made, drawn at the base's size from the people found once
-/// for the photo. Empty for an empty base or when cancelled.
+/// for the photo. Empty for an empty base or when cancelled. A base handed over (std::move) is
+/// developed in its own pixels.
 img::Image develop(ImageSource& source, const Pipeline& pipeline, const Adjustments& adjustments,
-                   const img::Image& base, bool cropping = true, const img::Execution& exec = {});
+                   img::Image base, bool cropping = true, const img::Execution& exec = {});
 
 }  // namespace ql

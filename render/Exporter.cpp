@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <utility>
 
 #include "Develop.h"
 #include "ExportMetadata.h"
@@ -60,8 +61,9 @@ bool deliveredUnchanged(const ImageSource& source, const Adjustments& adjustment
 img::Image render(ImageSource& source, const Adjustments& adjustments, const Pipeline& pipeline,
                   const ExportOptions& options, const std::optional<Watermark>& watermark,
                   const img::Execution& exec) {
-    const auto developed = [&](const img::Image& base) {
-        return develop(source, pipeline, adjustments, base, true, exec);
+    // The base is handed over: the render works in its pixels, a picture fewer at full size.
+    const auto developed = [&](img::Image base) {
+        return develop(source, pipeline, adjustments, std::move(base), true, exec);
     };
     std::string error;
     img::Image picture;
@@ -71,20 +73,20 @@ img::Image render(ImageSource& source, const Adjustments& adjustments, const Pip
     const double delivered = options.limitSize ? options.longEdge : 0;
     const double needed = delivered * kOversampling;
     if (needed >= 1 && needed < source.fullSize().longEdge()) {
-        const img::Image reduced = source.reducedBase(adjustments, int(std::ceil(needed)), &error);
+        img::Image reduced = source.reducedBase(adjustments, int(std::ceil(needed)), &error);
         if (!reduced.empty() && reduced.longEdge() < source.fullSize().longEdge()) {
-            picture = developed(reduced);
+            picture = developed(std::move(reduced));
             if (picture.longEdge() < needed) picture = {};
         }
     }
     if (picture.empty() && !exec.cancelled()) {
-        const img::Image base = source.fullBase(adjustments, &error);
+        img::Image base = source.fullBase(adjustments, &error);
         if (base.empty()) {
             if (error.empty()) error = "the photo gave no picture";
             throw ExportError(ExportError::Code::fileReadCorruptFile,
                               "cannot read \"" + source.url() + "\": " + error);
         }
-        picture = developed(base);
+        picture = developed(std::move(base));
     }
     if (picture.empty() && !exec.cancelled())
         throw ExportError(ExportError::Code::fileWriteUnknown, "the edit gave no picture");

@@ -127,6 +127,8 @@ class ImageSource {
     /// once per open photo, on `matching` the first time anything about people is asked.
     std::vector<vision::Rect> faceBoxes(const img::Image& matching);
     /// The pipeline's entries: the person mask, and the face masks, only where the edit uses them.
+    /// The person mask is never larger than it was found: the pipeline stretches it over a larger
+    /// picture as it blends, as enlarging it here would, without a full-size mask in memory.
     img::Image maskIfNeeded(const Adjustments& adjustments, const img::Image& matching);
     std::optional<FaceMasks> facesIfNeeded(const Adjustments& adjustments,
                                            const img::Image& matching);
@@ -147,6 +149,8 @@ class ImageSource {
     img::Image decodePlain(int atLeastLongEdge, std::string* error);
     PixelSize proxySize() const;
     RawKey keyOf(const Adjustments& adjustments) const;
+    /// personMask, or with `atMostFound` no larger than the mask was found at.
+    std::optional<img::Image> fittedPersonMask(const img::Image& matching, bool atMostFound);
 
     int previewLongEdge_;
     std::string url_;

@@ -75,10 +75,6 @@ bool near(const vision::FaceShape& face, const std::vector<NPoint>& only, double
     });
 }
 
-bool sameSize(const img::Image& a, const img::Image& b) {
-    return a.width() == b.width() && a.height() == b.height();
-}
-
 }  // namespace
 
 struct ImageSource::PeopleCache {
@@ -141,14 +137,22 @@ std::optional<double> ImageSource::personCoverage(const img::Image& matching) {
 }
 
 std::optional<img::Image> ImageSource::personMask(const img::Image& matching) {
+    return fittedPersonMask(matching, false);
+}
+
+std::optional<img::Image> ImageSource::fittedPersonMask(const img::Image& matching,
+                                                        bool atMostFound) {
     if (matching.empty()) return std::nullopt;
     std::lock_guard lock(peopleMutex_);
     searchPeople(matching);
     PeopleCache& cache = people();
     if (!cache.person) return std::nullopt;
-    if (!sameSize(cache.fittedPerson, matching))
-        cache.fittedPerson =
-            vision::PersonMask::fitted(*cache.person, matching.width(), matching.height(), true);
+    const img::Image& found = *cache.person;
+    const bool larger = double(matching.pixelCount()) > double(found.pixelCount());
+    const int w = atMostFound && larger ? found.width() : matching.width();
+    const int h = atMostFound && larger ? found.height() : matching.height();
+    if (cache.fittedPerson.width() != w || cache.fittedPerson.height() != h)
+        cache.fittedPerson = vision::PersonMask::fitted(found, w, h, true);
     return cache.fittedPerson;
 }
 
@@ -224,7 +228,7 @@ std::optional<FaceMasks> ImageSource::faceMask(const img::Image& matching, bool 
 
 img::Image ImageSource::maskIfNeeded(const Adjustments& adjustments, const img::Image& matching) {
     if (adjustments.people.isNeutral() && adjustments.background.isNeutral()) return {};
-    return personMask(matching).value_or(img::Image{});
+    return fittedPersonMask(matching, true).value_or(img::Image{});
 }
 
 std::optional<FaceMasks> ImageSource::facesIfNeeded(const Adjustments& adjustments,

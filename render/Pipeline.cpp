@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "ColorLUT.h"
 #include "Defringe.h"
@@ -20,7 +22,6 @@
 #include "imaging/NoiseReduction.h"
 #include "imaging/RandomGenerator.h"
 #include "imaging/SharpenLuminance.h"
-#include "imaging/Transform.h"
 #include "imaging/UnsharpMask.h"
 #include "imaging/Vignette.h"
 
@@ -37,8 +38,8 @@ Image keepIfEmpty(Image result, const Image& input) {
 
 // Diagonal gains from the white-balance sliders of non-RAW pictures; luminance is kept, times
 // `gain` (an exposure riding along).
-Image whiteBalanceByMatrix(const Image& image, double temperature, double tint,
-                           const Execution& exec, double gain = 1) {
+Image whiteBalanceByMatrix(Image image, double temperature, double tint, const Execution& exec,
+                           double gain = 1) {
     const double a = temperature * 0.005, b = tint * 0.004;
     const double r = std::exp(a + b), g = std::exp(-b), bl = std::exp(b - a);
     const double y = (0.2126 * r + 0.7152 * g + 0.0722 * bl) / gain;
@@ -46,34 +47,33 @@ Image whiteBalanceByMatrix(const Image& image, double temperature, double tint,
     m.red = {float(r / y), 0, 0, 0};
     m.green = {0, float(g / y), 0, 0};
     m.blue = {0, 0, float(bl / y), 0};
-    return keepIfEmpty(img::colorMatrix(image, m, exec), image);
+    return img::colorMatrix(std::move(image), m, exec);
 }
 
-Image exposure(const Image& image, double ev, const Execution& exec) {
+Image exposure(Image image, double ev, const Execution& exec) {
     if (ev == 0) return image;
-    return keepIfEmpty(img::exposureAdjust(image, {float(ev)}, exec), image);
+    return img::exposureAdjust(std::move(image), {float(ev)}, exec);
 }
 
 // Exposure, then shadows lifted and highlights pulled down (the other halves of both sliders
 // live in the cube); the exposure rides along in the recovery's passes when there is one.
-Image exposureAndRecovery(const Image& image, double ev, double highlights, double shadows,
-                          int longEdge, const Execution& exec) {
-    if (!(highlights < 0) && !(shadows > 0)) return exposure(image, ev, exec);
+Image exposureAndRecovery(Image image, double ev, double highlights, double shadows, int longEdge,
+                          const Execution& exec) {
+    if (!(highlights < 0) && !(shadows > 0)) return exposure(std::move(image), ev, exec);
     img::HighlightShadowParams p;
     p.inputGain = std::exp2(float(ev));
     p.radius = float(longEdge * 0.006);
     p.highlightAmount = float(1 + std::min(highlights, 0.0) / 100);
     p.shadowAmount = float(std::max(shadows, 0.0) / 100);
-    return keepIfEmpty(img::highlightShadowAdjust(image, p, exec), image);
+    return img::highlightShadowAdjust(std::move(image), p, exec);
 }
 
-Image unsharp(const Image& image, double radius, double intensity, const Execution& exec,
-              float gain = 1) {
+Image unsharp(Image image, double radius, double intensity, const Execution& exec, float gain = 1) {
     img::UnsharpMaskParams p;
     p.radius = float(radius);
     p.intensity = float(intensity);
     p.inputGain = gain;
-    return keepIfEmpty(img::unsharpMask(image, p, exec), image);
+    return img::unsharpMask(std::move(image), p, exec);
 }
 
 // The colour of `colourSource` under the luminosity of `image`.
@@ -108,26 +108,26 @@ Image skinEvening(const Image& image, double amount, const Image& skin, const Fr
 }
 
 // Clarity (with dehaze's share) at a wide radius, then texture at a fine one. Positive amounts
-// leave skin alone; negative ones soften everything. Without skin to protect, the input is let
-// go once the first step has its result, so a full-size picture holds one picture fewer.
+// leave skin alone; negative ones soften everything. Without skin to protect, both steps work in
+// the input's own pixels when it was handed over.
 Image localContrast(Image image, const Adjustments& a, const Image& skin, const Frame& f) {
     const double c = a.clarity + a.dehaze * 2 / 5;  // exact: clarity 10, dehaze −25 cancel
     const bool protect = std::max(c, a.texture) > 0 && !skin.empty();
-    Image out = image;
-    if (!protect) image = {};
-    if (c != 0) out = unsharp(out, f.longEdge * 0.015, c / 100 * 0.7, f.exec);
-    if (a.texture != 0) out = unsharp(out, f.longEdge * 0.0025, a.texture / 100 * 0.8, f.exec);
+    Image out = std::move(image);
+    if (protect) image = out;
+    if (c != 0) out = unsharp(std::move(out), f.longEdge * 0.015, c / 100 * 0.7, f.exec);
+    if (a.texture != 0)
+        out = unsharp(std::move(out), f.longEdge * 0.0025, a.texture / 100 * 0.8, f.exec);
     if (protect && !out.sharesPixelsWith(image))
         out = keepIfEmpty(img::blendWithMask(image, out, skin, f.exec), out);
     return out;
 }
 
-Image chromaNoise(const Image& image, double noiseReduction, const Frame& f) {
+Image chromaNoise(Image image, double noiseReduction, const Frame& f) {
     const double k = std::min(noiseReduction, 100.0) / 100;
-    return keepIfEmpty(
-        img::blurColourUnderLuminosity(image, float(f.longEdge * (k * 0.0022 + 0.0008)),
-                                       float(std::min(k + 0.35, 1.0)), f.exec),
-        image);
+    return img::blurColourUnderLuminosity(std::move(image),
+                                          float(f.longEdge * (k * 0.0022 + 0.0008)),
+                                          float(std::min(k + 0.35, 1.0)), f.exec);
 }
 
 img::VignetteParams vignetteOf(const Image& image, double amount, double midpoint) {
@@ -143,48 +143,56 @@ img::VignetteParams vignetteOf(const Image& image, double amount, double midpoin
 
 // Grain (Pipeline::addGrain), over the picture times `under`'s gains when given: a vignette
 // riding along in the grain's pass.
-Image grain(const Image& image, double amount, int longEdge, const Execution& exec,
+Image grain(Image image, double amount, int longEdge, const Execution& exec,
             const img::VignetteGains* under) {
     if (!(amount > 0) || image.empty()) return image;
+    const int w = image.width(), h = image.height();
     std::function<void(int, float*)> gains;
-    if (under && !under->neutral())
-        gains = [&](int y, float* g) { under->row(y, image.width(), g); };
+    if (under && !under->neutral()) gains = [under, w](int y, float* g) { under->row(y, w, g); };
     const double a = std::min(amount, 1e6) * 0.5;
     // Monochrome, opaque; its mean sits 0.8·a below grey so grain darkens a little.
     const float gain = float(a), bias = float(0.5 - 1.3 * a);
     constexpr uint32_t seed = 0x6a7e11u;
     // Noise at the print's grain size, enlarged to the picture's resolution; at that size or
-    // below, the noise's own pixels, made as each row needs them.
+    // below, the noise's own pixels. Either way made as each row needs it.
     const double scale = std::max(longEdge / 2400.0, 1.0);
     if (scale == 1) {
         const img::RandomField field(seed);
-        return keepIfEmpty(img::softLightGrey(
-                               image,
-                               [&](int y, float* level) {
-                                   for (int x = 0; x < image.width(); ++x)
-                                       level[x] = field.at(x, y, 0) * gain + bias;
-                               },
-                               exec, gains),
-                           image);
+        return img::softLightGrey(
+            std::move(image),
+            [&](int y, float* level) {
+                for (int x = 0; x < w; ++x)
+                    level[x] = field.at(x, y, 0) * gain + bias;
+            },
+            exec, gains);
     }
-    const int nw = int(std::ceil(image.width() / scale)) + 1;
-    const int nh = int(std::ceil(image.height() / scale)) + 1;
-    img::AffineParams p;
-    p.a = p.d = scale;
-    p.outWidth = image.width();
-    p.outHeight = image.height();
-    p.edges = img::EdgeMode::clamp;
-    const Image noise = img::affineTransform(img::randomGenerator({nw, nh, seed}, exec), p, exec);
+    const int nw = int(std::ceil(w / scale)) + 1, nh = int(std::ceil(h / scale)) + 1;
+    const Image noise = img::randomGenerator({nw, nh, seed}, exec);
     if (noise.empty()) return image;
-    return keepIfEmpty(img::softLightGrey(
-                           image,
-                           [&](int y, float* level) {
-                               const float* n = noise.row(y);
-                               for (int x = 0; x < image.width(); ++x)
-                                   level[x] = n[4 * x] * gain + bias;
-                           },
-                           exec, gains),
-                       image);
+    // Bilinear between the noise's pixel centres, (x + ½) / scale − ½, held inside at the edges.
+    const auto tap = [inv = 1 / scale](int i, int last) {
+        const double at = std::clamp(inv * (i + 0.5) - 0.5, 0.0, double(last));
+        const int first = std::min(int(at), last - 1);
+        return std::pair{first, float(at - first)};
+    };
+    std::vector<int> x0(static_cast<size_t>(w));
+    std::vector<float> ax(static_cast<size_t>(w));
+    for (int x = 0; x < w; ++x)
+        std::tie(x0[size_t(x)], ax[size_t(x)]) = tap(x, nw - 1);
+    return img::softLightGrey(
+        std::move(image),
+        [&](int y, float* level) {
+            const auto [y0, ay] = tap(y, nh - 1);
+            const float *p = noise.row(y0), *q = noise.row(y0 + 1);
+            for (int x = 0; x < w; ++x) {
+                const int i = 4 * x0[size_t(x)];
+                const float fx = ax[size_t(x)];
+                const float v = (1 - fx) * (1 - ay) * p[i] + fx * (1 - ay) * p[i + 4] +
+                                (1 - fx) * ay * q[i] + fx * ay * q[i + 4];
+                level[x] = v * gain + bias;
+            }
+        },
+        exec, gains);
 }
 
 // Every value finite: a slider far outside its range must still give a defined picture.
@@ -194,18 +202,19 @@ double finiteOr0(double v) {
 
 }  // namespace
 
-Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, const Execution& exec) {
+Image Pipeline::local(Image image, const LocalEdit& e, int longEdge, const Execution& exec) {
     if (e.isNeutral() || image.empty()) return image;
     const double ev = finiteOr0(e.exposure), highlights = finiteOr0(e.highlights),
                  shadows = finiteOr0(e.shadows);
     // Without recovery the exposure rides along in the next step that takes a gain, a pass
     // fewer; every step after it is linear in the colour or takes the gain first.
     const bool recovery = highlights < 0 || shadows > 0;
-    Image out =
-        recovery ? exposureAndRecovery(image, ev, highlights, shadows, longEdge, exec) : image;
+    if (recovery)
+        image = exposureAndRecovery(std::move(image), ev, highlights, shadows, longEdge, exec);
     float gain = recovery ? 1 : std::exp2(float(ev));
     if (e.temperature != 0 || e.tint != 0) {
-        out = whiteBalanceByMatrix(out, finiteOr0(e.temperature), finiteOr0(e.tint), exec, gain);
+        image = whiteBalanceByMatrix(std::move(image), finiteOr0(e.temperature), finiteOr0(e.tint),
+                                     exec, gain);
         gain = 1;
     }
     if (e.contrast != 0 || e.saturation != 0) {
@@ -213,18 +222,19 @@ Image Pipeline::local(const Image& image, const LocalEdit& e, int longEdge, cons
         p.contrast = float(1 + finiteOr0(e.contrast) / 100 * 0.4);
         p.saturation = float(1 + finiteOr0(e.saturation) / 100);
         p.inputGain = gain;
-        out = keepIfEmpty(img::colorControls(out, p, exec), out);
+        image = img::colorControls(std::move(image), p, exec);
         gain = 1;
     }
     if (e.clarity != 0) {
-        out = unsharp(out, longEdge * 0.012, finiteOr0(e.clarity) / 100 * 0.6, exec, gain);
+        image = unsharp(std::move(image), longEdge * 0.012, finiteOr0(e.clarity) / 100 * 0.6, exec,
+                        gain);
         gain = 1;
     }
-    return gain == 1 ? out : exposure(out, ev, exec);
+    return gain == 1 ? image : exposure(std::move(image), ev, exec);
 }
 
-Image Pipeline::addGrain(const Image& image, double amount, int longEdge, const Execution& exec) {
-    return grain(image, amount, longEdge, exec, nullptr);
+Image Pipeline::addGrain(Image image, double amount, int longEdge, const Execution& exec) {
+    return grain(std::move(image), amount, longEdge, exec, nullptr);
 }
 
 CubeData Pipeline::lutData(const LUTKey& key, const Execution& exec) const {
@@ -236,13 +246,15 @@ CubeData Pipeline::lutData(const LUTKey& key, const Execution& exec) const {
     return bytes;
 }
 
-Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool isRAW,
+Image Pipeline::apply(const Adjustments& adjustments, Image input, bool isRAW,
                       const CubeData& cameraLUT, bool cropping, const Image& personMask,
                       const FaceMasks* faceMask, const Image& subjectMask,
                       const Execution& exec) const {
     if (input.empty()) return input;
     const Adjustments adj = adjustments.withinRanges();
-    Image image = LensCorrect::apply(input, adj.lens, exec);
+    // From here on `image` is the only handle this render holds: a stage given it with std::move
+    // works in its pixels when the caller handed the input over too.
+    Image image = LensCorrect::apply(std::exchange(input, {}), adj.lens, exec);
     if (!adj.portrait.isNeutral())
         image = PortraitRetouch::beforeGeometry(image, adj.portrait,
                                                 faceMask ? faceMask->info.get() : nullptr, exec);
@@ -271,10 +283,11 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
     if (adj.lens.purple > 0 || adj.lens.green > 0)
         image = Defringe::apply(image, adj.lens, L, exec);
     if (!isRAW && (adj.temperature != 0 || adj.tint != 0))
-        image = whiteBalanceByMatrix(image, adj.temperature, adj.tint, exec);
-    image = exposureAndRecovery(image, adj.exposure, adj.highlights, adj.shadows, L, exec);
+        image = whiteBalanceByMatrix(std::move(image), adj.temperature, adj.tint, exec);
+    image =
+        exposureAndRecovery(std::move(image), adj.exposure, adj.highlights, adj.shadows, L, exec);
     if (adj.profile == ColorProfile::camera && cameraLUT)
-        image = keepIfEmpty(img::colorCube(image, {17, cameraLUT, true}, exec), image);
+        image = img::colorCube(std::move(image), {17, cameraLUT, true}, exec);
     if (faces) {
         image = skinEvening(image, adj.skinEven, skin, f);
         if (adj.retouch != FaceRetouch{})
@@ -287,14 +300,14 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
     const LUTKey key(adj);
     if (!key.isIdentity()) {
         if (const CubeData cube = lutData(key, exec))
-            image = keepIfEmpty(img::colorCube(image, {48, cube, true}, exec), image);
+            image = img::colorCube(std::move(image), {48, cube, true}, exec);
     }
 
     if (!person.empty() && (!adj.people.isNeutral() || !adj.background.isNeutral())) {
-        const Image inside = local(image, adj.people, L, exec);
-        const Image outside = local(image, adj.background, L, exec);
-        image = {};  // the two sides hold all that is still needed: one picture fewer at once
-        image = img::blendWithMask(inside, outside, person, exec);
+        // The background's edit, then the blend, work in pixels already held.
+        Image inside = local(image, adj.people, L, exec);
+        Image outside = local(std::move(image), adj.background, L, exec);
+        image = img::blendWithMask(std::move(inside), std::move(outside), person, exec);
     }
     for (const MaskLayer& layer : adj.layers) {
         if (!layer.visible || layer.edit.isNeutral()) continue;
@@ -316,20 +329,20 @@ Image Pipeline::apply(const Adjustments& adjustments, const Image& input, bool i
         p.noiseLevel = float(nr / 100 * 0.06);
         p.sharpness = 0.4f;
         p.scale = float(L / 2400.0);
-        image = keepIfEmpty(img::noiseReduction(image, p, exec), image);
+        image = img::noiseReduction(std::move(image), p, exec);
     }
-    if (nr > 0) image = chromaNoise(image, nr, f);
+    if (nr > 0) image = chromaNoise(std::move(image), nr, f);
     if (adj.sharpening > 0) {
         img::SharpenLuminanceParams p;
         p.sharpness = float(adj.sharpening / 100 * 0.6);
         p.radius = float(std::max(L / 2400.0 * 1.5, 1.0));
-        image = keepIfEmpty(img::sharpenLuminance(image, p, exec), image);
+        image = img::sharpenLuminance(std::move(image), p, exec);
     }
     // With grain on, the vignette rides along in the grain's pass.
     const img::VignetteParams vignetting = vignetteOf(image, adj.vignette, adj.vignetteMidpoint);
     if (adj.grain > 0) {
         const img::VignetteGains under(vignetting);
-        image = grain(image, adj.grain / 100, L, exec, &under);
+        image = grain(std::move(image), adj.grain / 100, L, exec, &under);
     } else {
         image = keepIfEmpty(img::vignette(image, vignetting, exec), image);
     }

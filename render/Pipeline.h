@@ -9,12 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "people/FaceMasks.h"
 #include "edit/Adjustments.h"
 #include "edit/LUTKey.h"
 #include "imaging/ColorCube.h"
 #include "imaging/Execution.h"
 #include "imaging/Image.h"
+#include "people/FaceMasks.h"
 
 namespace ql {
 
@@ -30,8 +30,11 @@ class Pipeline {
     /// decoder has already done white balance and luminance noise reduction. `cameraLUT` (17 nodes
     /// per axis) is the camera look, used while `profile` is `camera`. `cropping` false leaves the
     /// crop rectangle out. Masks are in base-image coordinates; an empty image or null means none.
-    /// Never fails: a stage that gives nothing keeps its input. Empty only when cancelled.
-    img::Image apply(const Adjustments& adjustments, const img::Image& image, bool isRAW,
+    /// The person mask may be smaller than the picture (the size it was found at): it is stretched
+    /// over it. Never fails: a stage that gives nothing keeps its input. Empty only when cancelled.
+    /// Given the only handle to `image` (std::move), the render works in its pixels, so a
+    /// full-size export holds one picture fewer.
+    img::Image apply(const Adjustments& adjustments, img::Image image, bool isRAW,
                      const CubeData& cameraLUT, bool cropping, const img::Image& personMask,
                      const FaceMasks* faceMask, const img::Image& subjectMask,
                      const img::Execution& exec = {}) const;
@@ -42,12 +45,12 @@ class Pipeline {
     CubeData lutData(const LUTKey& key, const img::Execution& exec = {}) const;
 
     /// The eight sliders of a person, background or layer edit, with radii scaled by `longEdge`.
-    static img::Image local(const img::Image& image, const LocalEdit& edit, int longEdge,
+    static img::Image local(img::Image image, const LocalEdit& edit, int longEdge,
                             const img::Execution& exec = {});
 
     /// Monochrome film grain, `amount` 0…1, its size kept on the print by `longEdge`. A pure
     /// function of the pixel positions: two renders are identical.
-    static img::Image addGrain(const img::Image& image, double amount, int longEdge,
+    static img::Image addGrain(img::Image image, double amount, int longEdge,
                                const img::Execution& exec = {});
 
   private:

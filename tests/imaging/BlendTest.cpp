@@ -154,8 +154,24 @@ TEST(Composite, MaskDissolveAndSourceOver) {
         EXPECT_NEAR(masked.at(x, 1).g, a.at(x, 1).g * m + b.at(x, 1).g * (1 - m), 1e-6f);
     }
     const Image other(3, 3);
-    EXPECT_TRUE(blendWithMask(a, b, other).sharesPixelsWith(b));
+    EXPECT_TRUE(blendWithMask(a, b, Image{}).sharesPixelsWith(b));
     EXPECT_TRUE(blendWithMask(a, other, mask).sharesPixelsWith(other));
+    // A mask of another size is stretched over the picture: a 5 × 3 ramp over 20 × 6 pixels
+    // lands on the same ramp, bilinear between the mask's pixel centres and held at the edges.
+    const Image small = make(5, 3, [](int x, int) { return Pixel{float(x) / 4, 0, 0, 1}; });
+    const Image stretched = blendWithMask(a, b, small);
+    for (int y : {0, 5})
+        for (int x = 0; x < 20; ++x) {
+            const float m = std::clamp(((x + 0.5f) / 4 - 0.5f) / 4, 0.0f, 1.0f);
+            EXPECT_NEAR(stretched.at(x, y).r, a.at(x, y).r * m + b.at(x, y).r * (1 - m), 1e-5f)
+                << x << "," << y;
+        }
+    const Image rows = make(4, 3, [](int, int y) { return Pixel{y == 1 ? 1.0f : 0.0f, 0, 0, 1}; });
+    const Image across = blendWithMask(a, b, rows);  // 3 mask rows over 6: ¼, ¾, ¾, ¼ at rows 1–4
+    EXPECT_NEAR(across.at(7, 0).g, b.at(7, 0).g, 1e-6f);
+    EXPECT_NEAR(across.at(7, 2).g, a.at(7, 2).g * 0.75f + b.at(7, 2).g * 0.25f, 1e-5f);
+    EXPECT_NEAR(across.at(7, 4).g, a.at(7, 4).g * 0.25f + b.at(7, 4).g * 0.75f, 1e-5f);
+    expectThreadIndependent([&](const Execution& e) { return blendWithMask(a, b, small, e); });
     expectThreadIndependent([&](const Execution& e) { return blendWithMask(a, b, mask, e); });
 
     EXPECT_TRUE(dissolve(a, b, {0}).sharesPixelsWith(a));

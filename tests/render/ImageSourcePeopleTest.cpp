@@ -59,7 +59,13 @@ TEST(ImageSourcePeople, MasksFollowTheBaseSizeFromOneAnalysis) {
     const img::Image full = source.fullBase({});
     const img::Image fullPerson = source.maskIfNeeded(peopleEdit(), full);
     const auto fullFaces = source.facesIfNeeded(retouch, full);
-    ASSERT_EQ(fullPerson.width(), full.width());
+    // The pipeline's mask stays at the size the people were found at (on the preview), in the
+    // picture's proportions; the pipeline stretches it over the larger picture.
+    ASSERT_GT(full.longEdge(), preview.longEdge());
+    EXPECT_EQ(fullPerson.longEdge(), preview.longEdge());
+    EXPECT_NEAR(double(fullPerson.width()) / fullPerson.height(),
+                double(full.width()) / full.height(), 0.01);
+    EXPECT_EQ(source.personMask(full)->width(), full.width());
     ASSERT_TRUE(fullFaces);
     EXPECT_EQ(fullFaces->skin.width(), full.width());
     EXPECT_EQ(source.peopleAnalyses(), 2);

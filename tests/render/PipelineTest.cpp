@@ -2,6 +2,7 @@
 // work, the cube cache, hostile records, and preview against export on real photos.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <thread>
 
@@ -172,6 +173,38 @@ TEST(PipelineStages, PeopleAndBackgroundFollowThePersonMask) {
     const Image out = render(edit, in, false, mask);
     EXPECT_NEAR(out.at(20, 80).g, 2 * in.at(20, 80).g, 1e-5);
     EXPECT_NEAR(out.at(220, 80).g, 0.5 * in.at(220, 80).g, 1e-5);
+    // A mask at the size the people were found at is stretched over the picture.
+    const Image small = make(60, 40, [](int x, int) {
+        const float v = x < 30 ? 1.f : 0.f;
+        return Pixel{v, v, v, 1};
+    });
+    const Image stretched = render(edit, in, false, small);
+    EXPECT_NEAR(stretched.at(20, 80).g, 2 * in.at(20, 80).g, 1e-5);
+    EXPECT_NEAR(stretched.at(220, 80).g, 0.5 * in.at(220, 80).g, 1e-5);
+    // Pixel 119's centre lies at 119.5 / 4 − 0.5 = 29.375 on the mask: 0.625 of the people's edit.
+    EXPECT_NEAR(stretched.at(119, 80).g, (2 * 0.625 + 0.5 * 0.375) * in.at(119, 80).g, 1e-5);
+}
+
+TEST(PipelineStages, AHandedOverPictureRendersAsASharedOne) {
+    // Every stage that can work in its input's pixels, at once: a handed-over picture must give
+    // the same floats, and a shared one must come back untouched.
+    const auto edit = with([](auto& a) {
+        a.temperature = 20, a.exposure = 0.4, a.highlights = -40, a.shadows = 30;
+        a.contrast = 20, a.clarity = 25, a.texture = 30, a.dehaze = 10;
+        a.people.exposure = 0.3, a.people.clarity = 20, a.background.saturation = -30;
+        a.noiseReduction = 40, a.sharpening = 50, a.vignette = -30, a.grain = 20;
+    });
+    const Image mask = make(120, 80, [](int x, int y) {
+        const float v = std::clamp(1.5f - std::hypot(x - 60.0f, y - 45.0f) / 25, 0.0f, 1.0f);
+        return Pixel{v, v, v, 1};
+    });
+    const Image shared = scene(), original = scene();
+    const Image fromShared = render(edit, shared, false, mask);
+    EXPECT_TRUE(identical(shared, original));
+    EXPECT_FALSE(identical(fromShared, original));
+    static const Pipeline pipeline;
+    const Image handedOver = pipeline.apply(edit, scene(), false, {}, true, mask, nullptr, {});
+    EXPECT_TRUE(identical(handedOver, fromShared));
 }
 
 TEST(PipelineStages, ALocalExposureComesFirstWhereverItRidesAlong) {
