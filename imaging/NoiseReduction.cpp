@@ -16,7 +16,7 @@ using namespace simd;
 // A window of 5 × 5 taps; at a scale above 1 the taps spread apart (a dilated window), so the
 // filter covers as much of the subject as it would on the smaller picture, at the same cost.
 constexpr int taps = 5;
-enum RowPlane { red, green, blue, alpha, guide, lum, planes };
+enum RowPlane { red, green, blue, alpha, guide, planes };
 
 // One source row as planes, extended by clamped pixels: `reach` before, reach + 8 after (the
 // last group of eight may run past the row).
@@ -35,7 +35,6 @@ class Row {
             at[blue * stride_] = px[2];
             at[alpha * stride_] = px[3];
             at[guide * stride_] = std::sqrt(std::max(y, 0.0f));
-            at[lum * stride_] = y;
         }
     }
     // Plane p from x - reach on.
