@@ -53,15 +53,13 @@ Image gaussianBlurWith(Image input, const GaussianBlurParams& p, const BlurHooks
 Plane blurPlane(const Plane& plane, float sigma, const Execution& exec);
 
 /// For operations that judge luma against its Gaussian mean: f(base pixel, luma, mean luma, out)
-/// for every pixel, where luma is the input's and its mean the blur at σ, both as planes, and
-/// `base` (the input or another picture of its size) is the picture f changes. The input is let
-/// go once its luma is taken, and the result written into the base when that was the only handle
-/// (f then reads each base pixel before writing it). Empty when cancelled.
+/// for every pixel, where `lumas` is the luma of the input and its mean the blur at σ, and `base`
+/// (the input or another picture of its size) is the picture f changes. The result is written
+/// into the base when that was the only handle (f then reads each base pixel before writing it).
+/// Empty when cancelled.
 template <class F>
-Image withLumaAndMean(Image input, Image base, float sigma, const Execution& exec, F f) {
-    const int w = input.width(), h = input.height();
-    const Plane lumas = lumaPlane(input, exec);
-    input = {};
+Image withLumaAndMean(const Plane& lumas, Image base, float sigma, const Execution& exec, F f) {
+    const int w = base.width(), h = base.height();
     if (lumas.empty()) return Image{};
     const Plane means = blurPlane(lumas, sigma, exec);
     if (means.empty()) return Image{};
@@ -77,6 +75,14 @@ Image withLumaAndMean(Image input, Image base, float sigma, const Execution& exe
         }
     });
     return done ? out : Image{};
+}
+
+/// The same with the luma taken from `input`, which is let go once it is.
+template <class F>
+Image withLumaAndMean(Image input, Image base, float sigma, const Execution& exec, F f) {
+    const Plane lumas = lumaPlane(input, exec);
+    input = {};
+    return withLumaAndMean(lumas, std::move(base), sigma, exec, f);
 }
 
 }  // namespace detail

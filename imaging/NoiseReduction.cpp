@@ -25,10 +25,13 @@ class Row {
     Row(int width, int reach)
         : reach_(reach), stride_(size_t(width) + 2 * size_t(reach) + 8), data_(planes * stride_) {}
 
-    void fill(const float* row, int width) {
+    // With `lumas`, the row's own luma goes there too.
+    void fill(const float* row, int width, float* lumas) {
         for (int i = 0; i < int(stride_); ++i) {
-            const float* px = row + 4 * std::clamp(i - reach_, 0, width - 1);
+            const int x = std::clamp(i - reach_, 0, width - 1);
+            const float* px = row + 4 * x;
             const float y = luma(px[0], px[1], px[2]);
+            if (lumas && x == i - reach_) lumas[x] = y;
             float* at = data_.data() + i;
             at[red * stride_] = px[0];
             at[green * stride_] = px[1];
@@ -85,7 +88,8 @@ struct Settings {
     }
 }
 
-Image smooth(const Image& input, float noise, float scale, const Execution& exec) {
+// The smoothed picture; with `lumas`, the input's luma as well, taken as its rows are read.
+Image smooth(const Image& input, float noise, float scale, const Execution& exec, Plane* lumas) {
     Settings s;
     s.noise = noise;
     for (int t = 0; t < taps; ++t)
@@ -105,20 +109,25 @@ Image smooth(const Image& input, float noise, float scale, const Execution& exec
 
     const int w = input.width(), h = input.height();
     Image out = Image::forOverwrite(w, h);
+    if (lumas) *lumas = Plane::forOverwrite(w, h);
     const bool done = parallelFor(0, h, exec, [&](int y0, int y1) {
-        // A ring of the rows around the current one, each converted once.
+        // A ring of the rows around the current one, each converted once. Each of this range's
+        // own rows passes through it, and gives its luma then.
+        const auto fill = [&](Row& row, int y) {
+            row.fill(input.row(y), w, lumas && y >= y0 && y < y1 ? lumas->row(y) : nullptr);
+        };
         const int reach = s.reach, side = 2 * reach + 1;
         std::vector<Row> store(static_cast<size_t>(side), Row(w, reach));
         std::vector<Row*> rows(static_cast<size_t>(side));
         for (int i = 0; i < side; ++i) {
-            store[size_t(i)].fill(input.row(std::clamp(y0 - reach + i, 0, h - 1)), w);
+            fill(store[size_t(i)], std::clamp(y0 - reach + i, 0, h - 1));
             rows[size_t(i)] = &store[size_t(i)];
         }
         for (int y = y0; y < y1; ++y) {
             if (y > y0) {
                 Row* reused = rows[0];
                 std::copy(rows.begin() + 1, rows.end(), rows.begin());
-                reused->fill(input.row(std::min(y + reach, h - 1)), w);
+                fill(*reused, std::min(y + reach, h - 1));
                 rows[size_t(side - 1)] = reused;
             }
             smoothRow(rows.data(), w, s, out.row(y));
@@ -130,10 +139,10 @@ Image smooth(const Image& input, float noise, float scale, const Execution& exec
 // Edge sharpening at a wider reach, added to the already smoothed picture: where √luma differs from
 // its Gaussian mean by more than the noise level, sharpness × (luma − mean luma). Only luma is
 // blurred: a quarter of the work of blurring the colour and taking its luma.
-Image sharpenEdges(Image input, Image smoothed, float noise, float sharpness, float sigma,
+Image sharpenEdges(const Plane& lumas, Image smoothed, float noise, float sharpness, float sigma,
                    const Execution& exec) {
     return detail::withLumaAndMean(
-        std::move(input), std::move(smoothed), sigma, exec,
+        lumas, std::move(smoothed), sigma, exec,
         [noise, sharpness](const float* sm, float y, float m, float* o) {
             float gate = 1;
             if (noise > 0) {
@@ -154,11 +163,15 @@ Image noiseReduction(Image input, const NoiseReductionParams& p, const Execution
     const float sharpness = p.sharpness >= 0 ? std::min(p.sharpness, 2.0f) : 0;
     const float scale = p.scale > 1 && std::isfinite(p.scale) ? std::min(p.scale, 64.0f) : 1;
     if (input.empty() || (noise == 0 && sharpness == 0)) return input;
-    Image smoothed = noise > 0 ? smooth(input, noise, scale, exec) : input;
+    // The edges are judged on the input's luma, which the smoothing takes as it reads the input.
+    Plane lumas;
+    Image smoothed =
+        noise > 0 ? smooth(input, noise, scale, exec, sharpness > 0 ? &lumas : nullptr) : input;
     if (smoothed.empty() || sharpness == 0) return smoothed;
+    if (noise == 0) lumas = lumaPlane(input, exec);
+    input = {};  // a handed-over input goes before the mean is taken
     // σ 1.2 matches the spread of the 5 × 5 window's weights.
-    return sharpenEdges(std::move(input), std::move(smoothed), noise, sharpness, 1.2f * scale,
-                        exec);
+    return sharpenEdges(lumas, std::move(smoothed), noise, sharpness, 1.2f * scale, exec);
 }
 
 }  // namespace ql::img
