@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,6 +21,7 @@
 #include "imaging/NoiseReduction.h"
 #include "imaging/RandomGenerator.h"
 #include "imaging/SharpenLuminance.h"
+#include "imaging/StretchedChannel.h"
 #include "imaging/UnsharpMask.h"
 #include "imaging/Vignette.h"
 
@@ -169,28 +169,14 @@ Image grain(Image image, double amount, int longEdge, const Execution& exec,
     const int nw = int(std::ceil(w / scale)) + 1, nh = int(std::ceil(h / scale)) + 1;
     const Image noise = img::randomGenerator({nw, nh, seed}, exec);
     if (noise.empty()) return image;
-    // Bilinear between the noise's pixel centres, (x + ½) / scale − ½, held inside at the edges.
-    const auto tap = [inv = 1 / scale](int i, int last) {
-        const double at = std::clamp(inv * (i + 0.5) - 0.5, 0.0, double(last));
-        const int first = std::min(int(at), last - 1);
-        return std::pair{first, float(at - first)};
-    };
-    std::vector<int> x0(static_cast<size_t>(w));
-    std::vector<float> ax(static_cast<size_t>(w));
-    for (int x = 0; x < w; ++x)
-        std::tie(x0[size_t(x)], ax[size_t(x)]) = tap(x, nw - 1);
+    // Enlarged bilinearly between the noise's pixel centres.
+    const img::StretchedChannel levels(noise, 0, w, 1 / scale, 1 / scale);
     return img::softLightGrey(
         std::move(image),
         [&](int y, float* level) {
-            const auto [y0, ay] = tap(y, nh - 1);
-            const float *p = noise.row(y0), *q = noise.row(y0 + 1);
-            for (int x = 0; x < w; ++x) {
-                const int i = 4 * x0[size_t(x)];
-                const float fx = ax[size_t(x)];
-                const float v = (1 - fx) * (1 - ay) * p[i] + fx * (1 - ay) * p[i + 4] +
-                                (1 - fx) * ay * q[i] + fx * ay * q[i + 4];
-                level[x] = v * gain + bias;
-            }
+            levels.row(y, level);
+            for (int x = 0; x < w; ++x)
+                level[x] = level[x] * gain + bias;
         },
         exec, gains);
 }
