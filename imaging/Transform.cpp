@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "Simd.h"
@@ -49,13 +50,25 @@ constexpr int kAhead = 32;
 constexpr int kBand = 32;
 constexpr int kChunk = 256;
 
-/// Output pixels [x0, x1) of row y: source positions first (a loop the compiler vectorises),
-/// then the taps, so that sampling can look ahead. `at` is the pixel offset of the top-left tap
-/// when all four taps lie inside, else -1.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void warpRun(
-    const Image& input, const std::array<double, 9>& inv, EdgeMode edges, double fastW, int y,
-    int x0, int x1, std::vector<double>& pxs, std::vector<double>& pys, std::vector<float>& axs,
-    std::vector<float>& ays, std::vector<int>& at, float* o, bool streaming) {
+// Scratch of one thread for the runs of a row: per output pixel, the offset of its top-left tap
+// (kGeneral where it needs the general path, kClear where it lies wholly outside a transparent
+// edge) and the weights along x and y.
+constexpr int kGeneral = -1, kClear = -2;
+struct RunScratch {
+    std::vector<int> at = std::vector<int>(kChunk + kAhead, kGeneral);
+    std::vector<float> ax = std::vector<float>(kChunk), ay = std::vector<float>(kChunk);
+};
+
+/// Output pixels [x0, x1) of row y. Source positions come first, eight at a time in single
+/// precision (a run's offsets are small, so its positions stay within a thousandth of a pixel);
+/// then the taps, so that sampling can ask for the input ahead. A pixel is a blend of two rows of
+/// two pixels; at a clamped edge the cell is held inside, which gives the edge pixels themselves.
+/// Positions beyond the horizon, and the rim of a transparent edge, take the general path.
+[[gnu::target_clones("arch=x86-64-v3", "default")]] void warpRun(const Image& input,
+                                                                 const std::array<double, 9>& inv,
+                                                                 EdgeMode edges, int y, int x0,
+                                                                 int x1, RunScratch& s, float* o,
+                                                                 bool streaming) {
     using namespace simd;
     // Rows of output go straight to memory when aligned: whole cache lines need no read first.
     const auto put = [streaming](float* px, v4 v) {
@@ -67,61 +80,80 @@ constexpr int kChunk = 256;
     const int w = input.width(), h = input.height();
     const size_t stride = size_t(w) * 4;
     const int n = x1 - x0;
-    const double qy = y + 0.5;
+    const double qy = y + 0.5, q0 = x0 + 0.5;
     const double cx = inv[1] * qy + inv[2], cy = inv[4] * qy + inv[5];
     const double cz = inv[7] * qy + inv[8];
-    // wz is linear along the run: away from zero at both ends with one sign, it is away from
-    // zero all along, and the loop needs no test.
-    const double wz0 = inv[6] * (x0 + 0.5) + cz, wz1 = inv[6] * (x1 - 0.5) + cz;
-    if ((wz0 > 1e-12 && wz1 > 1e-12) || (wz0 < -1e-12 && wz1 < -1e-12)) {
-        for (int i = 0; i < n; ++i) {
-            const double qx = x0 + i + 0.5, r = 1 / (inv[6] * qx + cz);
-            pxs[size_t(i)] = (inv[0] * qx + cx) * r;
-            pys[size_t(i)] = (inv[3] * qx + cy) * r;
+    const v8 step = {0, 1, 2, 3, 4, 5, 6, 7};
+    // Broadcasts are written as exact subtractions, inline: GCC turns them into one instruction,
+    // where a helper function, built for the default target, would make a chain of inserts.
+    const v8 nx0 = float(inv[0] * q0 + cx) - v8{}, ny0 = float(inv[3] * q0 + cy) - v8{};
+    const v8 nz0 = float(inv[6] * q0 + cz) - v8{};
+    const v8 dx = float(inv[0]) - v8{}, dy = float(inv[3]) - v8{}, dz = float(inv[6]) - v8{};
+    const v8 zero = {}, lastX = float(w - 1) - v8{}, lastY = float(h - 1) - v8{};
+    const v8 far = 1e30f - v8{};
+    const v8i cellX = v8i{} + (w - 2), cellY = v8i{} + (h - 2);
+    const bool clamp = edges == EdgeMode::clamp;
+    int* const at = s.at.data();
+    float* const axs = s.ax.data();
+    float* const ays = s.ay.data();
+    // A cell needs two columns and two rows; offsets are ints.
+    const bool cells = w >= 2 && h >= 2 && input.pixelCount() < (size_t(1) << 31);
+    for (int i = 0; i < n && !cells; ++i)
+        at[i] = kGeneral;
+    for (int i = 0; i < n && cells; i += 8) {
+        const v8 k = step + float(i);
+        const v8 z = nz0 + dz * k;
+        v8 fx = (nx0 + dx * k) / z - 0.5f, fy = (ny0 + dy * k) / z - 0.5f;
+        // NaN and infinite positions (at the horizon) fail every test and go the general way.
+        v8i use, clear = v8i{};
+        if (clamp) {
+            use = (fx > -far) & (fx < far) & (fy > -far) & (fy < far);
+            fx = fx < zero ? zero : (fx > lastX ? lastX : fx);
+            fy = fy < zero ? zero : (fy > lastY ? lastY : fy);
+        } else {
+            use = (fx >= zero) & (fy >= zero) & (fx < lastX) & (fy < lastY);
+            clear = (fx <= -1.0f) | (fy <= -1.0f) | (fx >= float(w)) | (fy >= float(h));
         }
-    } else {
-        for (int i = 0; i < n; ++i) {
-            const double qx = x0 + i + 0.5, wz = inv[6] * qx + cz;
-            // Beyond the horizon of the projection: NaN, which no test below accepts.
-            const bool horizon = !(std::abs(wz) > 1e-12);
-            pxs[size_t(i)] = horizon ? NAN : (inv[0] * qx + cx) / wz;
-            pys[size_t(i)] = horizon ? NAN : (inv[3] * qx + cy) / wz;
-        }
-    }
-    for (int i = 0; i < n; ++i) {
-        const double fx = pxs[size_t(i)] - 0.5, fy = pys[size_t(i)] - 0.5;
-        const bool fast = fx >= 0 && fy >= 0 && fx < fastW && fy < h - 1;
-        const int sx = fast ? int(fx) : 0, sy = fast ? int(fy) : 0;  // floor when >= 0
-        axs[size_t(i)] = float(fx - sx);
-        ays[size_t(i)] = float(fy - sy);
-        at[size_t(i)] = fast ? sy * w + sx : -1;
+        fx = use ? fx : zero;
+        fy = use ? fy : zero;
+        v8i sx = __builtin_convertvector(fx, v8i), sy = __builtin_convertvector(fy, v8i);
+        sx = sx > cellX ? cellX : sx;
+        sy = sy > cellY ? cellY : sy;
+        const v8 ax = fx - __builtin_convertvector(sx, v8);
+        const v8 ay = fy - __builtin_convertvector(sy, v8);
+        const v8i where = use ? sy * w + sx : (clear ? v8i{} + kClear : v8i{} + kGeneral);
+        std::memcpy(at + i, &where, sizeof where);
+        std::memcpy(axs + i, &ax, sizeof ax);
+        std::memcpy(ays + i, &ay, sizeof ay);
     }
     for (int i = n; i < n + kAhead; ++i)
-        at[size_t(i)] = -1;
+        at[i] = kGeneral;
+    const float* const pixels = input.data();
     for (int i = 0; i < n; ++i) {
-        if ((i & 1) == 0 && at[size_t(i + kAhead)] >= 0) {
-            const float* a = input.data() + size_t(at[size_t(i + kAhead)]) * 4;
+        if ((i & 1) == 0 && at[i + kAhead] >= 0) {
+            const float* a = pixels + size_t(at[i + kAhead]) * 4;
             __builtin_prefetch(a);
             __builtin_prefetch(a + stride);
         }
-        float* px = o + 4 * size_t(x0 + i);
-        if (at[size_t(i)] >= 0) {
-            // All four taps inside: no clamping, one vector sum.
-            const float ax = axs[size_t(i)], ay = ays[size_t(i)];
-            const float* p = input.data() + size_t(at[size_t(i)]) * 4;
-            const float* q = p + stride;
-            v4 acc = splat((1 - ax) * (1 - ay)) * load(p);
-            acc += splat(ax * (1 - ay)) * load(p + 4);
-            acc += splat((1 - ax) * ay) * load(q);
-            acc += splat(ax * ay) * load(q + 4);
-            put(px, acc);
-        } else if (std::isnan(pxs[size_t(i)])) {
-            put(px, splat(0));
-        } else {
-            alignas(16) float v[4];
-            sample(input, pxs[size_t(i)], pys[size_t(i)], edges, v);
-            put(px, load(v));
+        float* out = o + 4 * size_t(x0 + i);
+        if (at[i] >= 0) {
+            // Two pixels side by side are one load; blend down the rows, then across.
+            const float* p = pixels + size_t(at[i]) * 4;
+            const v8 top = load8(p), bottom = load8(p + stride);
+            const v8 v = top + (ays[i] - v8{}) * (bottom - top);
+            const v4 left = __builtin_shufflevector(v, v, 0, 1, 2, 3);
+            const v4 right = __builtin_shufflevector(v, v, 4, 5, 6, 7);
+            put(out, left + (axs[i] - v4{}) * (right - left));
+            continue;
         }
+        const double qx = x0 + i + 0.5, wz = inv[6] * qx + cz;
+        if (at[i] == kClear || !(std::abs(wz) > 1e-12)) {  // or beyond the horizon
+            put(out, splat(0));
+            continue;
+        }
+        alignas(16) float v[4];
+        sample(input, (inv[0] * qx + cx) / wz, (inv[3] * qx + cy) / wz, edges, v);
+        put(out, load(v));
     }
 }
 
@@ -130,21 +162,15 @@ Image warp(const Image& input, const std::array<double, 9>& inv, int outW, int o
            const Execution& exec) {
     Image out = Image::forOverwrite(outW, outH);
     const bool streaming = reinterpret_cast<uintptr_t>(out.data()) % 16 == 0;
-    // Offsets of the fast path are ints; a bigger input takes the general path everywhere.
-    const double fastW = input.pixelCount() < (size_t(1) << 31) ? input.width() - 1 : -1;
     const bool done = parallelFor(0, outH, exec, [&](int row0, int row1) {
-        const size_t n = size_t(kChunk);
-        std::vector<double> pxs(n), pys(n);
-        std::vector<float> axs(n), ays(n);
-        std::vector<int> at(n + kAhead, -1);
+        RunScratch scratch;
         // Blocks of rows by chunks of columns: a turned block reads a small patch of the input,
         // which stays in the core's cache while all its rows are made.
         for (int yb = row0; yb < row1; yb += kBand)
             for (int xb = 0; xb < outW; xb += kChunk) {
                 const int xe = std::min(outW, xb + kChunk);
                 for (int y = yb; y < std::min(row1, yb + kBand); ++y)
-                    warpRun(input, inv, edges, fastW, y, xb, xe, pxs, pys, axs, ays, at, out.row(y),
-                            streaming);
+                    warpRun(input, inv, edges, y, xb, xe, scratch, out.row(y), streaming);
             }
         _mm_sfence();  // the streamed rows are seen by whoever reads the picture next
     });

@@ -205,6 +205,62 @@ TEST(Perspective, CornersLandOnTheQuad) {
                           perspectiveTransform(a, p, Execution{7})));
 }
 
+/// Bilinear from the definition, in double precision, at the input position of output pixel
+/// (ox, oy) under the homography `hm` from the input's frame to the output's.
+Pixel referenceWarp(const Image& in, const std::array<double, 9>& hm, int ox, int oy,
+                    EdgeMode edges) {
+    // The inverse by the adjugate; its scale cancels in the division.
+    const auto& m = hm;
+    const double inv[9] = {
+        m[4] * m[8] - m[5] * m[7], m[2] * m[7] - m[1] * m[8], m[1] * m[5] - m[2] * m[4],
+        m[5] * m[6] - m[3] * m[8], m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
+        m[3] * m[7] - m[4] * m[6], m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
+    const double qx = ox + 0.5, qy = oy + 0.5;
+    const double z = inv[6] * qx + inv[7] * qy + inv[8];
+    const double fx = (inv[0] * qx + inv[1] * qy + inv[2]) / z - 0.5;
+    const double fy = (inv[3] * qx + inv[4] * qy + inv[5]) / z - 0.5;
+    const int x0 = int(std::floor(fx)), y0 = int(std::floor(fy));
+    double acc[4] = {};
+    for (int k = 0; k < 4; ++k) {
+        int x = x0 + (k & 1), y = y0 + (k >> 1);
+        const double wx = (k & 1) ? fx - x0 : 1 - (fx - x0);
+        const double wy = (k >> 1) ? fy - y0 : 1 - (fy - y0);
+        if (x < 0 || y < 0 || x >= in.width() || y >= in.height()) {
+            if (edges == EdgeMode::transparent) continue;
+            x = std::clamp(x, 0, in.width() - 1), y = std::clamp(y, 0, in.height() - 1);
+        }
+        const Pixel p = in.at(x, y);
+        acc[0] += wx * wy * p.r, acc[1] += wx * wy * p.g;
+        acc[2] += wx * wy * p.b, acc[3] += wx * wy * p.a;
+    }
+    return {float(acc[0]), float(acc[1]), float(acc[2]), float(acc[3])};
+}
+
+TEST(Perspective, EveryPixelIsTheBilinearBlendOfItsSourcePosition) {
+    // The quad reaches past the output on every side, and the output past the quad, so that
+    // interior cells, clamped edges, a transparent rim and empty surroundings all occur; sizes
+    // that are no multiple of eight leave partial runs.
+    for (const auto& [w, h] : {std::pair{37, 23}, std::pair{300, 9}, std::pair{1, 6}})
+        for (EdgeMode edges : {EdgeMode::clamp, EdgeMode::transparent}) {
+            const Image a = noise(w, h, 4);
+            const PerspectiveParams p{
+                {-6, 3}, {w + 9.0, -4}, {w + 3.0, h + 8.0}, {-3, h + 5.0}, w + 12, h + 10, edges};
+            std::array<double, 9> hm;
+            ASSERT_TRUE(homography(w, h, {p.topLeft, p.topRight, p.bottomRight, p.bottomLeft}, hm));
+            const Image out = perspectiveTransform(a, p);
+            ASSERT_EQ(out.width(), w + 12);
+            double worst = 0;
+            for (int y = 0; y < out.height(); ++y)
+                for (int x = 0; x < out.width(); ++x) {
+                    const Pixel got = out.at(x, y), want = referenceWarp(a, hm, x, y, edges);
+                    worst = std::max({worst, std::abs(double(got.r) - want.r),
+                                      std::abs(double(got.g) - want.g),
+                                      std::abs(double(got.a) - want.a)});
+                }
+            EXPECT_LT(worst, 1e-4) << w << "×" << h << " edges " << int(edges);
+        }
+}
+
 TEST(QRCode, ModulesFinderPatternsAndLimits) {
     const QRCodeParams p{QRCodeParams::Correction::medium, 3, 4};
     const Image code = qrCode("http://192.168.1.20:8080/", p);
