@@ -9,9 +9,10 @@ namespace ql::img {
 namespace {
 
 // The pixel size is a constant here, so that the copy of each pixel is a move, not a call.
+// `src` holds rows of w pixels, `srcStride` bytes apart.
 template <size_t Bytes>
-bool orientAs(const unsigned char* src, int w, int h, int orientation, unsigned char* dst,
-              const Execution& exec) {
+bool orientAs(const unsigned char* src, int w, int h, size_t srcStride, int orientation,
+              unsigned char* dst, const Execution& exec) {
     const bool swap = swapsAxes(orientation);
     const int ow = swap ? h : w, oh = swap ? w : h;
     // Blocks of rows keep the column walks of the quarter turns inside the cache.
@@ -23,7 +24,7 @@ bool orientAs(const unsigned char* src, int w, int h, int orientation, unsigned 
                     for (int ox = bx; ox < std::min(ow, bx + kBlock); ++ox) {
                         const SourcePoint s = orientedSource(orientation, w, h, ox, oy);
                         std::memcpy(dst + (size_t(oy) * size_t(ow) + size_t(ox)) * Bytes,
-                                    src + (size_t(s.y) * size_t(w) + size_t(s.x)) * Bytes, Bytes);
+                                    src + size_t(s.y) * srcStride + size_t(s.x) * Bytes, Bytes);
                     }
     });
 }
@@ -36,9 +37,10 @@ bool orientPixels(const void* in, int w, int h, size_t pixelBytes, int orientati
     auto* dst = static_cast<unsigned char*>(out);
     switch (pixelBytes) {
         case 3:
-            return orientAs<3>(src, w, h, orientation, dst, exec);
+            return orientAs<3>(src, w, h, size_t(w) * 3, orientation, dst, exec);
         case 4 * sizeof(float):
-            return orientAs<4 * sizeof(float)>(src, w, h, orientation, dst, exec);
+            return orientAs<4 * sizeof(float)>(src, w, h, size_t(w) * 4 * sizeof(float),
+                                               orientation, dst, exec);
         default:
             throw std::invalid_argument("orientPixels: unsupported pixel size");
     }
@@ -51,6 +53,22 @@ Image orient(const Image& input, int orientation, const Execution& exec) {
                      : Image::forOverwrite(input.width(), input.height());
     const bool ok = orientPixels(input.data(), input.width(), input.height(), 4 * sizeof(float),
                                  orientation, out.data(), exec);
+    return ok ? out : Image();
+}
+
+Image orient(const Image& input, int orientation, const PixelRect& from, const Execution& exec) {
+    if (orientation < 2 || orientation > 8) return crop(input, from, exec);
+    const int x0 = std::max(from.x, 0), y0 = std::max(from.y, 0);
+    const int x1 = std::min(from.x + from.width, input.width());
+    const int y1 = std::min(from.y + from.height, input.height());
+    if (x1 <= x0 || y1 <= y0) return Image();
+    const int w = x1 - x0, h = y1 - y0;
+    const bool swap = swapsAxes(orientation);
+    Image out = swap ? Image::forOverwrite(h, w) : Image::forOverwrite(w, h);
+    constexpr size_t kPixel = 4 * sizeof(float);
+    const auto* src = reinterpret_cast<const unsigned char*>(input.row(y0) + size_t(x0) * 4);
+    const bool ok = orientAs<kPixel>(src, w, h, size_t(input.width()) * kPixel, orientation,
+                                     reinterpret_cast<unsigned char*>(out.data()), exec);
     return ok ? out : Image();
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "CropRegion.h"
 #include "Execution.h"
 #include "Image.h"
 
@@ -54,5 +55,10 @@ bool orientPixels(const void* in, int w, int h, size_t pixelBytes, int orientati
 /// 2 mirrors, 3 turns half way, 4 flips, 5 transposes, 6 turns a quarter clockwise, 7 transverses,
 /// 8 turns a quarter anticlockwise. 1 (and anything out of range) returns the input.
 Image orient(const Image& input, int orientation, const Execution& exec = {});
+
+/// The part `from` of the stored picture, clipped to it, as `orient` would show it: the cut and
+/// the turn in one pass. A rectangle that misses the picture gives an empty image.
+Image orient(const Image& input, int orientation, const PixelRect& from,
+             const Execution& exec = {});
 
 }  // namespace ql::img

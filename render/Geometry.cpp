@@ -233,7 +233,7 @@ img::Image apply(const Adjustments& adjustments, const img::Image& image, bool c
 
     const int orientation = orientationOf(turns, a.flipHorizontal);
     if (!warp.any()) {
-        // Cut first, turn after: only the kept pixels move. Opposite corners of the cut map to
+        // Cut and turn in one pass: only the kept pixels move. Opposite corners of the cut map to
         // opposite corners of the source rectangle.
         const img::SourcePoint p0 =
             img::orientedSource(orientation, image.width(), image.height(), cut.x, cut.y);
@@ -242,8 +242,7 @@ img::Image apply(const Adjustments& adjustments, const img::Image& image, bool c
                                 cut.y + cut.height - 1);
         const img::PixelRect from{std::min(p0.x, p1.x), std::min(p0.y, p1.y),
                                   std::abs(p1.x - p0.x) + 1, std::abs(p1.y - p0.y) + 1};
-        const img::Image part = img::crop(image, from, exec);
-        return part.empty() ? part : img::orient(part, orientation, exec);
+        return img::orient(image, orientation, from, exec);
     }
 
     // Quarter turns only permute the corners the source's corners go to, so they ride along in

@@ -196,5 +196,18 @@ TEST(Orientation, EveryValueTurnsTheCornerWhereExifSaysAndInvertsExactly) {
     testing::expectThreadIndependent([&](const Execution& e) { return orient(big, 6, e); });
 }
 
+TEST(Orientation, APartIsCutAndTurnedAsTheCutTurned) {
+    const Image src = testing::noise(150, 70, 5);
+    const PixelRect part{37, 11, 66, 45};
+    for (int o = 1; o <= 8; ++o)
+        EXPECT_TRUE(testing::identical(orient(src, o, part), orient(crop(src, part), o))) << o;
+    // Clipped to the picture; a part that misses it gives nothing.
+    EXPECT_TRUE(testing::identical(orient(src, 6, {140, -5, 30, 20}),
+                                   orient(crop(src, {140, 0, 10, 15}), 6)));
+    EXPECT_TRUE(orient(src, 6, {150, 0, 5, 5}).empty());
+    EXPECT_TRUE(orient(src, 1, {0, 0, 150, 70}).sharesPixelsWith(src));
+    testing::expectThreadIndependent([&](const Execution& e) { return orient(src, 7, part, e); });
+}
+
 }  // namespace
 }  // namespace ql::img
