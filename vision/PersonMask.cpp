@@ -37,9 +37,9 @@ LoadedModel<cv::dnn::Net>& segmentation() {
     return net;
 }
 
-// The person probability of a picture, on the model's square grid, which it squashes the
-// picture to; empty when the model is unavailable.
-cv::Mat personProbability(const cv::Mat& rgb) {
+// The model's view of a picture: the person probability on its square grid, which it squashes
+// the picture to; empty when the model is unavailable.
+cv::Mat modelView(const cv::Mat& rgb) {
     cv::Mat square;
     cv::resize(rgb, square, cv::Size(kModelSide, kModelSide), 0, 0, cv::INTER_AREA);
     const cv::Mat blob = cv::dnn::blobFromImage(square, 1.0 / 255, cv::Size(), cv::Scalar(), false);
@@ -53,51 +53,83 @@ cv::Mat personProbability(const cv::Mat& rgb) {
     return probability;
 }
 
-// The model was trained on people who fill much of the frame; in a crowd it sees no one. Where
-// faces show people it missed, it looks again at overlapping tiles, each tile's view fading out
-// towards the tile's inner edges so that no seam shows; the more certain view wins.
-void addTiles(const cv::Mat& rgb, int tilesPerSide, cv::Mat& probability) {
-    const cv::Size size = probability.size();
+// The model's views of overlapping parts of the picture, each in its place on a grid of `size`
+// over the picture and fading out towards the part's inner edges so that no seam shows; their
+// weighted mean. Empty when the model is unavailable.
+cv::Mat blendedViews(const cv::Mat& rgb, const std::vector<cv::Rect>& parts, cv::Size size) {
     cv::Mat sum(size, CV_32F, cv::Scalar(0)), weight(size, CV_32F, cv::Scalar(0));
+    const double sx = double(size.width) / rgb.cols, sy = double(size.height) / rgb.rows;
+    for (const cv::Rect& part : parts) {
+        const cv::Rect target(int(std::lround(part.x * sx)), int(std::lround(part.y * sy)),
+                              int(std::lround(part.width * sx)),
+                              int(std::lround(part.height * sy)));
+        const cv::Rect area = target & cv::Rect(0, 0, size.width, size.height);
+        if (part.empty() || area.empty()) continue;
+        const cv::Mat square = modelView(rgb(part));
+        if (square.empty()) return {};
+        cv::Mat view;
+        cv::resize(square, view, target.size(), 0, 0, cv::INTER_LINEAR);
+        const double ramp = 0.25 * std::min(area.width, area.height);
+        const bool fadeLeft = part.x > 0, fadeTop = part.y > 0;
+        const bool fadeRight = part.br().x < rgb.cols, fadeBottom = part.br().y < rgb.rows;
+        for (int y = 0; y < area.height; ++y) {
+            const float* v = view.ptr<float>(area.y - target.y + y) + (area.x - target.x);
+            float* s = sum.ptr<float>(area.y + y) + area.x;
+            float* w = weight.ptr<float>(area.y + y) + area.x;
+            const double top = fadeTop ? (y + 0.5) / ramp : 1;
+            const double bottom = fadeBottom ? (area.height - y - 0.5) / ramp : 1;
+            const double wy = std::min({1.0, top, bottom});
+            for (int x = 0; x < area.width; ++x) {
+                const double left = fadeLeft ? (x + 0.5) / ramp : 1;
+                const double right = fadeRight ? (area.width - x - 0.5) / ramp : 1;
+                const float wxy = float(wy * std::min({1.0, left, right}));
+                s[x] += wxy * v[x], w[x] += wxy;
+            }
+        }
+    }
+    for (int y = 0; y < size.height; ++y) {
+        float* s = sum.ptr<float>(y);
+        const float* w = weight.ptr<float>(y);
+        for (int x = 0; x < size.width; ++x)
+            s[x] = w[x] > 0 ? s[x] / w[x] : 0;
+    }
+    return sum;
+}
+
+// The person probability on a grid of `size` over the picture. Squashed to the model's square, a
+// picture of another shape distorts its people and loses detail along its long side, and the
+// model then misses hair and limbs; such a picture is seen as squares of its short side,
+// overlapping along its long side by at least a fifth.
+cv::Mat personProbability(const cv::Mat& rgb, cv::Size size) {
+    const int shortSide = std::min(rgb.cols, rgb.rows), longSide = std::max(rgb.cols, rgb.rows);
+    std::vector<cv::Rect> parts;
+    if (longSide <= 1.15 * shortSide) {
+        parts.push_back(cv::Rect(0, 0, rgb.cols, rgb.rows));
+    } else {
+        const int n = int(std::ceil((longSide - 0.2 * shortSide) / (0.8 * shortSide)));
+        for (int k = 0; k < n; ++k) {
+            const int at = int(std::lround(double(longSide - shortSide) * k / (n - 1)));
+            parts.push_back(rgb.cols > rgb.rows ? cv::Rect(at, 0, shortSide, shortSide)
+                                                : cv::Rect(0, at, shortSide, shortSide));
+        }
+    }
+    return blendedViews(rgb, parts, size);
+}
+
+// The model was trained on people who fill much of the frame; in a crowd it sees no one. Where
+// faces show people it missed, it looks again at overlapping tiles; the more certain view wins.
+void addTiles(const cv::Mat& rgb, int tilesPerSide, cv::Mat& probability) {
     const double side = 1.5 / tilesPerSide;  // of each dimension: neighbours overlap by half
+    std::vector<cv::Rect> tiles;
     for (int ty = 0; ty < tilesPerSide; ++ty)
         for (int tx = 0; tx < tilesPerSide; ++tx) {
             const double fx0 = (1 - side) * tx / (tilesPerSide - 1);
             const double fy0 = (1 - side) * ty / (tilesPerSide - 1);
-            const cv::Rect source(int(fx0 * rgb.cols), int(fy0 * rgb.rows), int(side * rgb.cols),
-                                  int(side * rgb.rows));
-            const cv::Rect target(
-                int(std::lround(fx0 * size.width)), int(std::lround(fy0 * size.height)),
-                int(std::lround(side * size.width)), int(std::lround(side * size.height)));
-            const cv::Rect area = target & cv::Rect(0, 0, size.width, size.height);
-            if (source.empty() || area.empty()) continue;
-            const cv::Mat tile = personProbability(rgb(source));
-            if (tile.empty()) return;
-            cv::Mat view;
-            cv::resize(tile, view, target.size(), 0, 0, cv::INTER_LINEAR);
-            const double ramp = 0.25 * std::min(area.width, area.height);
-            for (int y = 0; y < area.height; ++y) {
-                const float* v = view.ptr<float>(y);
-                float* s = sum.ptr<float>(area.y + y) + area.x;
-                float* w = weight.ptr<float>(area.y + y) + area.x;
-                const double top = ty == 0 ? 1 : (y + 0.5) / ramp;
-                const double bottom = ty == tilesPerSide - 1 ? 1 : (area.height - y - 0.5) / ramp;
-                const double wy = std::min({1.0, top, bottom});
-                for (int x = 0; x < area.width; ++x) {
-                    const double left = tx == 0 ? 1 : (x + 0.5) / ramp;
-                    const double right = tx == tilesPerSide - 1 ? 1 : (area.width - x - 0.5) / ramp;
-                    const float wxy = float(wy * std::min({1.0, left, right}));
-                    s[x] += wxy * v[x], w[x] += wxy;
-                }
-            }
+            tiles.push_back(cv::Rect(int(fx0 * rgb.cols), int(fy0 * rgb.rows), int(side * rgb.cols),
+                                     int(side * rgb.rows)));
         }
-    for (int y = 0; y < size.height; ++y) {
-        float* p = probability.ptr<float>(y);
-        const float* s = sum.ptr<float>(y);
-        const float* w = weight.ptr<float>(y);
-        for (int x = 0; x < size.width; ++x)
-            if (w[x] > 0) p[x] = std::max(p[x], s[x] / w[x]);
-    }
+    const cv::Mat views = blendedViews(rgb, tiles, probability.size());
+    if (!views.empty()) probability = cv::max(probability, views);
 }
 
 // How many tiles a side the crowd needs: enough that a missed person, about seven faces tall,
@@ -213,15 +245,13 @@ std::optional<img::Image> computeWith(const Bitmap& bitmap, const std::vector<Re
 
     // Without the segmentation the guide starts black, and only faces can show people.
     cv::Mat guide = cv::Mat::zeros(h, w, CV_32F);
-    if (const cv::Mat square = personProbability(rgb); !square.empty()) {
-        const int shrink = (std::max(w, h) + kRefineLongEdge - 1) / kRefineLongEdge;
-        cv::Mat probability;
-        cv::resize(square, probability, cv::Size(std::max(1, w / shrink), std::max(1, h / shrink)),
-                   0, 0, cv::INTER_LINEAR);
+    const int refineShrink = (std::max(w, h) + kRefineLongEdge - 1) / kRefineLongEdge;
+    const cv::Size grid(std::max(1, w / refineShrink), std::max(1, h / refineShrink));
+    if (cv::Mat probability = personProbability(rgb, grid); !probability.empty()) {
         if (const int tiles = tilesFor(faceBoxes, probability, w, h))
             addTiles(rgb, tiles, probability);
         if (exec.cancelled()) return std::nullopt;
-        guide = refined(probability, rgb, shrink, exec);
+        guide = refined(probability, rgb, refineShrink, exec);
     }
     if (exec.cancelled()) return std::nullopt;
 

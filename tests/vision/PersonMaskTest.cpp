@@ -67,6 +67,33 @@ TEST(PersonMask, CoversThePeopleOfTheCafeAndNotTheWall) {
     EXPECT_LT(c, 0.8);
 }
 
+TEST(PersonMask, APanoramaKeepsItsPeopleAsWholeAsTheirOwnPhotoDoes) {
+    // The three men on the right third of a wide empty room: squashed into the model's square
+    // whole, they would be a third of their width.
+    const img::Image& m = men();
+    const img::Image room = emptyRoom(2 * m.width(), m.height());
+    const img::Image wide = img::testing::make(3 * m.width(), m.height(), [&](int x, int y) {
+        return x < room.width() ? room.at(x, y) : m.at(x - room.width(), y);
+    });
+    const auto alone = PersonMask::compute(m);
+    const auto mask = PersonMask::compute(wide);
+    ASSERT_TRUE(alone && mask);
+    long both = 0, either = 0;
+    const int x0 = mask->width() * 2 / 3;
+    for (int y = 0; y < mask->height(); ++y)
+        for (int x = x0; x < mask->width(); ++x) {
+            const bool a = mask->at(x, y).r >= 0.5f;
+            const bool b = alone
+                               ->at((x - x0) * alone->width() / (mask->width() - x0),
+                                    y * alone->height() / mask->height())
+                               .r >= 0.5f;
+            both += a && b, either += a || b;
+        }
+    ASSERT_GT(either, 0);
+    EXPECT_GT(double(both) / double(either), 0.85);
+    EXPECT_LT(meanOver(*mask, 0.0, 0.0, 0.6, 1.0), 0.02);  // the room
+}
+
 TEST(PersonMask, GivenFacesArePaintedOverThePicture) {
     const img::Image room = emptyRoom(600, 400);
     // The face is where the segmentation sees no one; a broken box is ignored.
