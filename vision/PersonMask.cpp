@@ -99,18 +99,22 @@ cv::Mat blendedViews(const cv::Mat& rgb, const std::vector<cv::Rect>& parts, cv:
 // The person probability on a grid of `size` over the picture. Squashed to the model's square, a
 // picture of another shape distorts its people and loses detail along its long side, and the
 // model then misses hair and limbs; such a picture is seen as squares of its short side,
-// overlapping along its long side by at least a fifth.
+// overlapping along its long side by at least a fifth. A long strip gets at most kMostParts looks,
+// each then longer than square.
+constexpr int kMostParts = 4;
 cv::Mat personProbability(const cv::Mat& rgb, cv::Size size) {
     const int shortSide = std::min(rgb.cols, rgb.rows), longSide = std::max(rgb.cols, rgb.rows);
     std::vector<cv::Rect> parts;
     if (longSide <= 1.15 * shortSide) {
         parts.push_back(cv::Rect(0, 0, rgb.cols, rgb.rows));
     } else {
-        const int n = int(std::ceil((longSide - 0.2 * shortSide) / (0.8 * shortSide)));
+        const int n =
+            std::min(kMostParts, int(std::ceil((longSide - 0.2 * shortSide) / (0.8 * shortSide))));
+        const int length = std::max(shortSide, int(std::ceil(longSide / (0.8 * n + 0.2))));
         for (int k = 0; k < n; ++k) {
-            const int at = int(std::lround(double(longSide - shortSide) * k / (n - 1)));
-            parts.push_back(rgb.cols > rgb.rows ? cv::Rect(at, 0, shortSide, shortSide)
-                                                : cv::Rect(0, at, shortSide, shortSide));
+            const int at = int(std::lround(double(longSide - length) * k / (n - 1)));
+            parts.push_back(rgb.cols > rgb.rows ? cv::Rect(at, 0, length, shortSide)
+                                                : cv::Rect(0, at, shortSide, length));
         }
     }
     return blendedViews(rgb, parts, size);

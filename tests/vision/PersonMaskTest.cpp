@@ -113,6 +113,8 @@ TEST(PersonMask, NobodyOrNoModelMasksNothing) {
     EXPECT_TRUE(!mask || PersonMask::coverage(*mask) < 0.01);
     EXPECT_FALSE(PersonMask::compute(img::Image::filled(1, 1, {0.5f, 0.4f, 0.3f, 1})));
     EXPECT_FALSE(PersonMask::compute(img::Image::filled(4000, 3, {0.5f, 0.4f, 0.3f, 1})));
+    const auto strip = PersonMask::compute(emptyRoom(4000, 60));  // a strip: a few looks, no more
+    EXPECT_TRUE(!strip || PersonMask::coverage(*strip) < 0.01);
     EXPECT_FALSE(PersonMask::compute(img::Image()));
 
     struct Restore {
