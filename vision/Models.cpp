@@ -47,14 +47,15 @@ void logOnce(ModelFile model, const std::string& line) {
 }  // namespace
 
 const char* fileName(ModelFile model) {
-    static constexpr std::array<const char*, 7> names = {
+    static constexpr std::array<const char*, 8> names = {
         "face_detection_back_256.onnx",
         "facemesh_192.onnx",
         "iris_64.onnx",
         "selfie_segmentation_256.onnx",
         "movenet_multipose_256.onnx",
         "shape_predictor_5_face_landmarks.dat",
-        "dlib_face_recognition_resnet_model_v1.dat"};
+        "dlib_face_recognition_resnet_model_v1.dat",
+        "haarcascade_frontalface_default.xml"};
     return names[size_t(model)];
 }
 

@@ -15,6 +15,7 @@ enum class ModelFile {
     multiPose,           // MoveNet body joints
     faceAligner,         // dlib's five-point shape predictor
     faceDescriptor,      // dlib's ResNet face descriptor
+    faceCascade,         // OpenCV's Haar cascade for frontal faces
 };
 
 const char* fileName(ModelFile model);

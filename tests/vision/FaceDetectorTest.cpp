@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
 
 #include "imaging/codec/ImageDecode.h"
 #include "tests/support/Fixtures.h"
+#include "tests/vision/PartialModels.h"
+#include "vision/FaceCascade.h"
 #include "vision/Models.h"
 
 namespace ql::vision {
@@ -152,6 +157,52 @@ TEST(FaceDetector, WithoutItsModelFindsNothing) {
     setModelFolder({});
     EXPECT_GE(FaceDetector::find(bitmap, 0.6f).size(),
               4u);  // back once the folder is
+}
+
+// Three blurred, dim faces of the party crowd (1632 × 1224) that BlazeFace barely sees and that
+// are too small for HOG, labelled by hand.
+const Rect crowdFaint[] = {{208 / 1632., 554 / 1224., 54 / 1632., 62 / 1224.},
+                           {1216 / 1632., 540 / 1224., 56 / 1632., 70 / 1224.},
+                           {1570 / 1632., 537 / 1224., 55 / 1632., 55 / 1224.}};
+
+TEST(FaceDetector, FaintCrowdFacesAreFoundWhereTheCascadeAgrees) {
+    const Bitmap crowd =
+        Bitmap::of(img::decodeImage(testing::readBytes(QL_SAMPLES_DIR "/party_crowd_indoor.jpg")));
+    const std::vector<DetectedFace> faces = FaceDetector::find(crowd, 0.6f);
+    for (const Rect& label : crowdFaint)
+        EXPECT_TRUE(match(faces, label)) << label.x * 1632;
+    for (size_t i = 0; i < faces.size(); ++i)
+        for (size_t j = i + 1; j < faces.size(); ++j)
+            EXPECT_LT(iou(faces[i].box, faces[j].box), 0.2);
+
+    // Without the cascade's file the faint ones are lost and the clear ones stay.
+    PartialModels withoutCascade({ModelFile::faceDetector});
+    const std::vector<DetectedFace> fewer = FaceDetector::find(crowd, 0.6f);
+    for (const Rect& label : crowdFaint)
+        EXPECT_FALSE(match(fewer, label)) << label.x * 1632;
+    EXPECT_GE(fewer.size(), 12u);
+    EXPECT_EQ(fewer.size() + std::size(crowdFaint), faces.size());
+}
+
+TEST(FaceCascade, AgreesOnAClearFaceAndNotOnNothing) {
+    const Bitmap bitmap = Bitmap::of(cafe(), 1600);
+    const cv::Mat rgb(bitmap.height, bitmap.width, CV_8UC3,
+                      const_cast<uint8_t*>(bitmap.rgb.data()));
+    cv::Mat gray;
+    cv::cvtColor(rgb, gray, cv::COLOR_RGB2GRAY);
+    auto px = [&](const Rect& r) {
+        return cv::Rect2f(float(r.x * gray.cols), float(r.y * gray.rows),
+                          float(r.width * gray.cols), float(r.height * gray.rows));
+    };
+    for (const Rect& label : cafeFrontal)
+        EXPECT_GE(cascade::votes(gray, px(label)), 10) << label.x;
+    // The table, a face-sized box shifted off its face, a box too small to judge, one outside.
+    EXPECT_EQ(cascade::votes(gray, {800, 1000, 150, 150}), 0);
+    EXPECT_EQ(cascade::votes(gray, px(cafeFrontal[0]) + cv::Point2f(0, 250)), 0);
+    EXPECT_EQ(cascade::votes(gray, {300, 500, 20, 20}), 0);
+    EXPECT_EQ(cascade::votes(gray, {-500, -500, 100, 100}), 0);
+    EXPECT_EQ(cascade::votes(gray, {0, 0, std::nanf(""), 100}), 0);
+    EXPECT_EQ(cascade::votes(cv::Mat(), {0, 0, 100, 100}), 0);
 }
 
 }  // namespace

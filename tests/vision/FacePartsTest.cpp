@@ -8,6 +8,7 @@
 
 #include "imaging/codec/ImageDecode.h"
 #include "tests/support/Fixtures.h"
+#include "tests/vision/PartialModels.h"
 #include "vision/Models.h"
 
 namespace ql::vision {
@@ -62,18 +63,6 @@ const FaceShape* shapeAt(const std::vector<FaceShape>& shapes, const Rect& box, 
         if (box.contains({s.box.midX() / scale, s.box.midY() / scale})) return &s;
     return nullptr;
 }
-
-// A model folder holding only some of the models, linked to the shipped files.
-struct PartialModels {
-    testing::TempDir dir;
-    explicit PartialModels(const std::vector<ModelFile>& present) {
-        for (ModelFile m : present)
-            std::filesystem::create_symlink(std::filesystem::path(modelFolder()) / fileName(m),
-                                            dir.path() / fileName(m));
-        setModelFolder(dir.path().string());
-    }
-    ~PartialModels() { setModelFolder({}); }
-};
 
 TEST(FaceParts, CafeLandmarksLieOnTheirFeatures) {
     const std::vector<FaceShape> shapes = FaceParts::detect(cafeBitmap());

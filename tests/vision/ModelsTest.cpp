@@ -20,7 +20,7 @@ struct ModelFolderGuard {
 TEST(Models, TheShippedModelsAreFoundFromTheBuildTree) {
     for (ModelFile m : {ModelFile::faceDetector, ModelFile::faceMesh, ModelFile::iris,
                         ModelFile::selfieSegmentation, ModelFile::multiPose, ModelFile::faceAligner,
-                        ModelFile::faceDescriptor}) {
+                        ModelFile::faceDescriptor, ModelFile::faceCascade}) {
         const auto path = modelPath(m);
         ASSERT_TRUE(path) << fileName(m);
         EXPECT_GT(fs::file_size(*path), 100000u) << *path;
