@@ -14,19 +14,29 @@
 namespace ql::vision::cascade {
 namespace {
 
-constexpr int window = 24;          // the cascade's own face size
 constexpr float smallestBox = 32;   // smaller, a fist or a knot of folds passes for a face
 constexpr double largestSide = 54;  // larger faces are shrunk to this: enough detail, less time
 constexpr float reach = 2.2f;       // the crop's side, in face sizes
 constexpr double step = 1.08;       // between the window sizes tried
 
-LoadedModel<cv::CascadeClassifier>& classifier() {
-    static LoadedModel<cv::CascadeClassifier> c(
-        ModelFile::faceCascade, [](const std::string& path) {
-            auto loaded = std::make_unique<cv::CascadeClassifier>();
-            if (!loaded->load(path) || loaded->empty()) throw std::runtime_error("not a cascade");
-            return loaded;
-        });
+using Cascade = LoadedModel<cv::CascadeClassifier>;
+
+Cascade::Loader loader() {
+    return [](const std::string& path) {
+        auto loaded = std::make_unique<cv::CascadeClassifier>();
+        if (!loaded->load(path) || loaded->empty()) throw std::runtime_error("not a cascade");
+        return loaded;
+    };
+}
+
+Cascade& frontal() {
+    static Cascade c(ModelFile::faceCascade, loader());
+    return c;
+}
+
+// Trained on faces turned to one side; the mirrored crop shows it those turned to the other.
+Cascade& profile() {
+    static Cascade c(ModelFile::profileCascade, loader());
     return c;
 }
 
@@ -38,33 +48,43 @@ float overlap(const cv::Rect2f& a, const cv::Rect2f& b) {
 
 }  // namespace
 
-int votes(const cv::Mat& gray, const cv::Rect2f& box) {
+int votes(const cv::Mat& gray, const cv::Rect2f& box, bool turned) {
     const float side = std::max(box.width, box.height);
     if (!(side >= smallestBox) || gray.empty()) return 0;
     const float crop = reach * side;
     const cv::Rect region = cv::Rect(cv::Rect2f(box.x + box.width / 2 - crop / 2,
                                                 box.y + box.height / 2 - crop / 2, crop, crop)) &
                             cv::Rect(0, 0, gray.cols, gray.rows);
-    if (region.width < window || region.height < window) return 0;
+    if (region.width < smallestBox || region.height < smallestBox) return 0;
     // Never enlarged: an enlarged blur is smooth enough to look like a face to the cascade.
     const double s = std::min(1.0, largestSide / side);
-    cv::Mat scaled = gray(region);
+    cv::Mat scaled = gray(region), mirrored;
     if (s < 1) cv::resize(gray(region), scaled, cv::Size(), s, s, cv::INTER_AREA);
-    const int smallest = std::max(window, int(std::lround(0.75 * side * s)));
-    const int largest = std::max(smallest, int(std::lround(1.6 * side * s)));
-    std::vector<cv::Rect> found;
-    std::vector<int> counts;
-    classifier().use([&](cv::CascadeClassifier& c) {
-        c.detectMultiScale(scaled, found, counts, step, 1, 0, cv::Size(smallest, smallest),
-                           cv::Size(largest, largest));
-    });
-    int best = 0;
     const float inv = float(1 / s);
-    for (size_t i = 0; i < found.size() && i < counts.size(); ++i) {
-        const cv::Rect2f f(region.x + found[i].x * inv, region.y + found[i].y * inv,
-                           found[i].width * inv, found[i].height * inv);
-        if (overlap(f, box) > 0.3f) best = std::max(best, counts[i]);
-    }
+
+    int best = 0;
+    auto scan = [&](cv::CascadeClassifier& c, const cv::Mat& image, bool flipped) {
+        const cv::Size window = c.getOriginalWindowSize();
+        const int smallest = std::max(window.width, int(std::lround(0.75 * side * s)));
+        const int largest = std::max(smallest, int(std::lround(1.6 * side * s)));
+        std::vector<cv::Rect> found;
+        std::vector<int> counts;
+        c.detectMultiScale(image, found, counts, step, 1, 0, cv::Size(smallest, smallest),
+                           cv::Size(largest, largest));
+        for (size_t i = 0; i < found.size() && i < counts.size(); ++i) {
+            const int x = flipped ? image.cols - found[i].br().x : found[i].x;
+            const cv::Rect2f f(region.x + x * inv, region.y + found[i].y * inv,
+                               found[i].width * inv, found[i].height * inv);
+            if (overlap(f, box) > 0.3f) best = std::max(best, counts[i]);
+        }
+    };
+    frontal().use([&](cv::CascadeClassifier& c) { scan(c, scaled, false); });
+    if (turned)
+        profile().use([&](cv::CascadeClassifier& c) {
+            scan(c, scaled, false);
+            cv::flip(scaled, mirrored, 1);
+            scan(c, mirrored, true);
+        });
     return best;
 }
 

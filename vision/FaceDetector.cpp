@@ -250,6 +250,12 @@ void lookCloser(cv::dnn::Net& net, const cv::Mat& image, Candidate& face) {
     face.score = agreed(match->score, hogScore);
 }
 
+// Clearly turned, by its keypoints: worth the cascades for faces seen from the side.
+bool turnedAway(const Candidate& c) {
+    auto point = [](const cv::Point2f& p) { return Point{p.x, p.y}; };
+    return yaw(point(c.keypoints[0]), point(c.keypoints[1]), point(c.keypoints[2])) > 0.2;
+}
+
 // The cascade's agreeing windows as a confidence: three are an even guess, each one more adds
 // 0.3 to the log-odds; a clear face has ten or more.
 float cascadeConfidence(int votes) {
@@ -274,7 +280,8 @@ void askCascade(const cv::Mat& gray, std::vector<Candidate>& faces,
         ++looks;
         try {
             faces[i].score =
-                agreed(faces[i].score, cascadeConfidence(cascade::votes(gray, faces[i].box)));
+                agreed(faces[i].score,
+                       cascadeConfidence(cascade::votes(gray, faces[i].box, turnedAway(faces[i]))));
         } catch (const std::exception&) {  // the other detectors' word stands
         }
     }
@@ -458,6 +465,15 @@ std::vector<DetectedFace> facesOf(const Bitmap& bitmap, float minConfidence, boo
 }
 
 }  // namespace
+
+double yaw(const Point& eye, const Point& otherEye, const Point& nose) {
+    const double dx = otherEye.x - eye.x, dy = otherEye.y - eye.y;
+    const double eyes = std::hypot(dx, dy);
+    if (!(eyes > 1e-9)) return 0;
+    const double along =
+        (nose.x - (eye.x + otherEye.x) / 2) * dx + (nose.y - (eye.y + otherEye.y) / 2) * dy;
+    return std::abs(along) / (eyes * eyes);
+}
 
 namespace FaceDetector {
 

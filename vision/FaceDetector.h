@@ -20,6 +20,11 @@ struct DetectedFace {
     std::array<Point, 6> keypoints;
 };
 
+/// How far a face is turned, from its eyes and nose tip: the nose's offset from the eyes' midpoint
+/// along the eye line, per eye distance. About 0 facing the camera, 0.5 in three-quarter view; 0
+/// when the eyes coincide.
+double yaw(const Point& eye, const Point& otherEye, const Point& nose);
+
 namespace FaceDetector {
 
 /// Faces of the bitmap at or above `minConfidence`, best first. Work is done on a copy whose long

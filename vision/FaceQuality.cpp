@@ -48,10 +48,8 @@ double poseOf(const DetectedFace& face, double width, double height) {
     const double boxWidth = face.box.width * width;
     if (!(eyes > 1e-6) || !std::isfinite(eyes)) return 0.5;  // no usable keypoints: no verdict
     const double roll = std::abs(std::atan2(dy, dx)) * 180.0 / pi;
-    const double along = ((nose.x - (a.x + b.x) / 2) * dx + (nose.y - (a.y + b.y) / 2) * dy) / eyes;
-    const double yaw = std::abs(along) / eyes;
     const double spread = eyes / boxWidth;
-    return (1.0 - 0.5 * ramp(roll, 12, 45)) * (1.0 - 0.8 * ramp(yaw, 0.12, 0.5)) *
+    return (1.0 - 0.5 * ramp(roll, 12, 45)) * (1.0 - 0.8 * ramp(yaw(a, b, nose), 0.12, 0.5)) *
            ramp(spread, 0.12, 0.3);
 }
 

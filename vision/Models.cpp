@@ -47,7 +47,7 @@ void logOnce(ModelFile model, const std::string& line) {
 }  // namespace
 
 const char* fileName(ModelFile model) {
-    static constexpr std::array<const char*, 8> names = {
+    static constexpr std::array<const char*, 9> names = {
         "face_detection_back_256.onnx",
         "facemesh_192.onnx",
         "iris_64.onnx",
@@ -55,7 +55,8 @@ const char* fileName(ModelFile model) {
         "movenet_multipose_256.onnx",
         "shape_predictor_5_face_landmarks.dat",
         "dlib_face_recognition_resnet_model_v1.dat",
-        "haarcascade_frontalface_default.xml"};
+        "haarcascade_frontalface_default.xml",
+        "haarcascade_profileface.xml"};
     return names[size_t(model)];
 }
 

@@ -16,6 +16,7 @@ enum class ModelFile {
     faceAligner,         // dlib's five-point shape predictor
     faceDescriptor,      // dlib's ResNet face descriptor
     faceCascade,         // OpenCV's Haar cascade for frontal faces
+    profileCascade,      // and for faces turned to one side
 };
 
 const char* fileName(ModelFile model);

@@ -159,11 +159,12 @@ TEST(FaceDetector, WithoutItsModelFindsNothing) {
               4u);  // back once the folder is
 }
 
-// Three blurred, dim faces of the party crowd (1632 × 1224) that BlazeFace barely sees and that
-// are too small for HOG, labelled by hand.
+// Four blurred, dim faces of the party crowd (1632 × 1224) that BlazeFace barely sees and that are
+// too small for HOG, labelled by hand; the last is turned away.
 const Rect crowdFaint[] = {{208 / 1632., 554 / 1224., 54 / 1632., 62 / 1224.},
                            {1216 / 1632., 540 / 1224., 56 / 1632., 70 / 1224.},
-                           {1570 / 1632., 537 / 1224., 55 / 1632., 55 / 1224.}};
+                           {1570 / 1632., 537 / 1224., 55 / 1632., 55 / 1224.},
+                           {350 / 1632., 770 / 1224., 66 / 1632., 70 / 1224.}};
 
 TEST(FaceDetector, FaintCrowdFacesAreFoundWhereTheCascadeAgrees) {
     const Bitmap crowd =
@@ -175,8 +176,8 @@ TEST(FaceDetector, FaintCrowdFacesAreFoundWhereTheCascadeAgrees) {
         for (size_t j = i + 1; j < faces.size(); ++j)
             EXPECT_LT(iou(faces[i].box, faces[j].box), 0.2);
 
-    // Without the cascade's file the faint ones are lost and the clear ones stay.
-    PartialModels withoutCascade({ModelFile::faceDetector});
+    // Without the cascades' files the faint ones are lost and the clear ones stay.
+    PartialModels withoutCascades({ModelFile::faceDetector});
     const std::vector<DetectedFace> fewer = FaceDetector::find(crowd, 0.6f);
     for (const Rect& label : crowdFaint)
         EXPECT_FALSE(match(fewer, label)) << label.x * 1632;
@@ -184,7 +185,7 @@ TEST(FaceDetector, FaintCrowdFacesAreFoundWhereTheCascadeAgrees) {
     EXPECT_EQ(fewer.size() + std::size(crowdFaint), faces.size());
 }
 
-TEST(FaceCascade, AgreesOnAClearFaceAndNotOnNothing) {
+TEST(FaceCascade, AgreesOnFacesTurnedEitherWayAndNotOnNothing) {
     const Bitmap bitmap = Bitmap::of(cafe(), 1600);
     const cv::Mat rgb(bitmap.height, bitmap.width, CV_8UC3,
                       const_cast<uint8_t*>(bitmap.rgb.data()));
@@ -195,14 +196,24 @@ TEST(FaceCascade, AgreesOnAClearFaceAndNotOnNothing) {
                           float(r.width * gray.cols), float(r.height * gray.rows));
     };
     for (const Rect& label : cafeFrontal)
-        EXPECT_GE(cascade::votes(gray, px(label)), 10) << label.x;
+        EXPECT_GE(cascade::votes(gray, px(label), false), 10) << label.x;
+    // The woman behind, in profile, and her mirror image, turned the other way.
+    const cv::Rect2f profile = px({470 / 3072., 340 / 2304., 200 / 3072., 223 / 2304.});
+    cv::Mat mirrored;
+    cv::flip(gray, mirrored, 1);
+    EXPECT_LT(cascade::votes(gray, profile, false), 3);  // the frontal cascade alone
+    EXPECT_GE(cascade::votes(gray, profile, true), 3);
+    EXPECT_GE(
+        cascade::votes(
+            mirrored, {gray.cols - profile.br().x, profile.y, profile.width, profile.height}, true),
+        3);
     // The table, a face-sized box shifted off its face, a box too small to judge, one outside.
-    EXPECT_EQ(cascade::votes(gray, {800, 1000, 150, 150}), 0);
-    EXPECT_EQ(cascade::votes(gray, px(cafeFrontal[0]) + cv::Point2f(0, 250)), 0);
-    EXPECT_EQ(cascade::votes(gray, {300, 500, 20, 20}), 0);
-    EXPECT_EQ(cascade::votes(gray, {-500, -500, 100, 100}), 0);
-    EXPECT_EQ(cascade::votes(gray, {0, 0, std::nanf(""), 100}), 0);
-    EXPECT_EQ(cascade::votes(cv::Mat(), {0, 0, 100, 100}), 0);
+    EXPECT_EQ(cascade::votes(gray, {800, 1000, 150, 150}, true), 0);
+    EXPECT_EQ(cascade::votes(gray, px(cafeFrontal[0]) + cv::Point2f(0, 250), true), 0);
+    EXPECT_EQ(cascade::votes(gray, {300, 500, 20, 20}, true), 0);
+    EXPECT_EQ(cascade::votes(gray, {-500, -500, 100, 100}, true), 0);
+    EXPECT_EQ(cascade::votes(gray, {0, 0, std::nanf(""), 100}, true), 0);
+    EXPECT_EQ(cascade::votes(cv::Mat(), {0, 0, 100, 100}, true), 0);
 }
 
 }  // namespace

@@ -18,9 +18,10 @@ struct ModelFolderGuard {
 };
 
 TEST(Models, TheShippedModelsAreFoundFromTheBuildTree) {
-    for (ModelFile m : {ModelFile::faceDetector, ModelFile::faceMesh, ModelFile::iris,
-                        ModelFile::selfieSegmentation, ModelFile::multiPose, ModelFile::faceAligner,
-                        ModelFile::faceDescriptor, ModelFile::faceCascade}) {
+    for (ModelFile m :
+         {ModelFile::faceDetector, ModelFile::faceMesh, ModelFile::iris,
+          ModelFile::selfieSegmentation, ModelFile::multiPose, ModelFile::faceAligner,
+          ModelFile::faceDescriptor, ModelFile::faceCascade, ModelFile::profileCascade}) {
         const auto path = modelPath(m);
         ASSERT_TRUE(path) << fileName(m);
         EXPECT_GT(fs::file_size(*path), 100000u) << *path;
