@@ -21,7 +21,7 @@ constexpr float sure = 0.6f;
 constexpr float smallestFace = 6;    // pixels of the work image; what's smaller is noise
 constexpr int hogFrameEdge = 1024;   // HOG's frame pass: about as long as BlazeFace's passes
 constexpr float faint = 0.15f;       // BlazeFace's candidates below this are noise
-constexpr size_t cascadeLooks = 32;  // about 2 ms each
+constexpr size_t cascadeLooks = 32;  // 2 ms each, 5 ms for a turned face
 
 struct Candidate {
     cv::Rect2f box;  // pixels of the work image
