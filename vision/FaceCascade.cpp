@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 
+#include "Boxes.h"
 #include "LoadedModel.h"
 
 namespace ql::vision::cascade {
@@ -40,21 +41,12 @@ Cascade& profile() {
     return c;
 }
 
-float overlap(const cv::Rect2f& a, const cv::Rect2f& b) {
-    const float inter = (a & b).area();
-    const float uni = a.area() + b.area() - inter;
-    return uni > 0 ? inter / uni : 0.0f;
-}
-
 }  // namespace
 
 int votes(const cv::Mat& gray, const cv::Rect2f& box, bool turned) {
     const float side = std::max(box.width, box.height);
     if (!(side >= smallestBox) || gray.empty()) return 0;
-    const float crop = reach * side;
-    const cv::Rect region = cv::Rect(cv::Rect2f(box.x + box.width / 2 - crop / 2,
-                                                box.y + box.height / 2 - crop / 2, crop, crop)) &
-                            cv::Rect(0, 0, gray.cols, gray.rows);
+    const cv::Rect region = squareAround(box, reach, gray.size());
     if (region.width < smallestBox || region.height < smallestBox) return 0;
     // Never enlarged: an enlarged blur is smooth enough to look like a face to the cascade.
     const double s = std::min(1.0, largestSide / side);
@@ -75,7 +67,7 @@ int votes(const cv::Mat& gray, const cv::Rect2f& box, bool turned) {
             const int x = flipped ? image.cols - found[i].br().x : found[i].x;
             const cv::Rect2f f(region.x + x * inv, region.y + found[i].y * inv,
                                found[i].width * inv, found[i].height * inv);
-            if (overlap(f, box) > 0.3f) best = std::max(best, counts[i]);
+            if (iou(f, box) > 0.3f) best = std::max(best, counts[i]);
         }
     };
     frontal().use([&](cv::CascadeClassifier& c) { scan(c, scaled, false); });

@@ -8,6 +8,7 @@
 #include <opencv2/dnn.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "Boxes.h"
 #include "FaceCascade.h"
 #include "FaceHog.h"
 #include "LoadedModel.h"
@@ -28,12 +29,6 @@ struct Candidate {
     float score = 0;
     std::array<cv::Point2f, 6> keypoints;
 };
-
-float iou(const cv::Rect2f& a, const cv::Rect2f& b) {
-    const float inter = (a & b).area();
-    const float uni = a.area() + b.area() - inter;
-    return uni > 0 ? inter / uni : 0.0f;
-}
 
 float logit(float p) {
     return std::log(p / (1 - p));
@@ -237,7 +232,7 @@ float agreed(float score, float hogScore) {
 // A face only HOG found gets BlazeFace's view of a crop around it: real keypoints, and the other
 // detector's opinion.
 void lookCloser(cv::dnn::Net& net, const cv::Mat& image, Candidate& face) {
-    const cv::Rect region = hog::surroundings(face.box, image.size());
+    const cv::Rect region = squareAround(face.box, 3, image.size());
     if (region.empty()) return;
     std::vector<Candidate> seen;
     runBlazeFace(net, image, region, 0.1f, seen);

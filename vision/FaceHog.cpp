@@ -7,6 +7,8 @@
 #include <dlib/opencv/cv_image.h>
 #include <opencv2/imgproc.hpp>
 
+#include "Boxes.h"
+
 namespace ql::vision::hog {
 namespace {
 
@@ -65,20 +67,13 @@ std::vector<Found> inFrame(const cv::Mat& gray, int maxEdge) {
 }
 
 std::vector<Found> around(const cv::Mat& gray, const cv::Rect2f& box) {
-    const cv::Rect region = surroundings(box, gray.size());
+    const cv::Rect region = squareAround(box, 3, gray.size());
     if (region.width < 8 || region.height < 8) return {};
     const double s = 100.0 / std::max(box.width, box.height);
     cv::Mat scaled;
     cv::resize(gray(region), scaled, cv::Size(), s, s, s < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
     Detectors& d = detectors();
     return run(d.crop, d.cropMutex, scaled, s, region.tl());
-}
-
-cv::Rect surroundings(const cv::Rect2f& box, const cv::Size& image) {
-    const float size = 3 * std::max(box.width, box.height);
-    return cv::Rect(cv::Rect2f(box.x + (box.width - size) / 2, box.y + (box.height - size) / 2,
-                               size, size)) &
-           cv::Rect(cv::Point(0, 0), image);
 }
 
 }  // namespace ql::vision::hog

@@ -21,7 +21,4 @@ std::vector<Found> inFrame(const cv::Mat& gray, int maxEdge);
 /// box's size is about 100 px wide.
 std::vector<Found> around(const cv::Mat& gray, const cv::Rect2f& box);
 
-/// The square three times the box's size around its centre, within the image.
-cv::Rect surroundings(const cv::Rect2f& box, const cv::Size& image);
-
 }  // namespace ql::vision::hog
