@@ -279,12 +279,50 @@ Image decodeJpeg(std::span<const uint8_t> bytes, int reduction, const Execution&
 
 namespace {
 
+// The compressed bytes grow in a vector the session owns. libjpeg's own memory destination hands
+// its buffer over only when compression finishes; a stopped or failed one would leave the pointer
+// it first gave out dangling once the buffer had grown.
+struct VectorDestination {
+    jpeg_destination_mgr base{};
+    std::vector<uint8_t> bytes;
+};
+
+constexpr size_t firstOutputSize = size_t(1) << 16;
+
+void growOutput(j_compress_ptr info, VectorDestination* d, size_t size) {
+    try {
+        d->bytes.resize(size);
+    } catch (const std::bad_alloc&) {  // must not unwind through libjpeg's frames
+        ERREXIT1(info, JERR_OUT_OF_MEMORY, 10);
+    }
+}
+
+void startOutput(j_compress_ptr info) {
+    auto* d = reinterpret_cast<VectorDestination*>(info->dest);
+    growOutput(info, d, firstOutputSize);
+    d->base.next_output_byte = d->bytes.data();
+    d->base.free_in_buffer = d->bytes.size();
+}
+
+boolean moreOutput(j_compress_ptr info) {
+    auto* d = reinterpret_cast<VectorDestination*>(info->dest);
+    const size_t used = d->bytes.size();
+    growOutput(info, d, used * 2);
+    d->base.next_output_byte = d->bytes.data() + used;
+    d->base.free_in_buffer = d->bytes.size() - used;
+    return TRUE;
+}
+
+void endOutput(j_compress_ptr info) {
+    auto* d = reinterpret_cast<VectorDestination*>(info->dest);
+    d->bytes.resize(d->bytes.size() - d->base.free_in_buffer);
+}
+
 struct EncodeSession {
     jpeg_compress_struct info{};
     ErrorManager errors;
+    VectorDestination output;
     bool created = false;
-    unsigned char* buffer = nullptr;
-    unsigned long size = 0;
     std::vector<uint8_t> samples;
     std::unique_ptr<RowBatches> batches;
     std::jthread converter;
@@ -293,7 +331,6 @@ struct EncodeSession {
     ~EncodeSession() {
         if (converter.joinable()) converter.join();
         if (created) jpeg_destroy_compress(&info);
-        std::free(buffer);
     }
 };
 
@@ -318,7 +355,10 @@ bool encode(EncodeSession* s, int width, int height, const JpegWriteOptions* o, 
     jpeg_compress_struct& info = s->info;
     jpeg_create_compress(&info);
     s->created = true;
-    jpeg_mem_dest(&info, &s->buffer, &s->size);
+    s->output.base.init_destination = startOutput;
+    s->output.base.empty_output_buffer = moreOutput;
+    s->output.base.term_destination = endOutput;
+    info.dest = &s->output.base;
     info.image_width = JDIMENSION(width);
     info.image_height = JDIMENSION(height);
     info.input_components = 3;
@@ -354,10 +394,6 @@ std::unique_ptr<EncodeSession> encodeSession() {
     return s;
 }
 
-std::vector<uint8_t> encoded(const EncodeSession& s) {
-    return std::vector<uint8_t>(s.buffer, s.buffer + s.size);
-}
-
 }  // namespace
 
 std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& options,
@@ -382,7 +418,7 @@ std::vector<uint8_t> encodeJpeg(const Image& image, const JpegWriteOptions& opti
     };
     if (!encode(s.get(), w, image.height(), &options, rowAt))
         throw std::runtime_error(s->errors.message);
-    return encoded(*s);
+    return std::move(s->output.bytes);
 }
 
 std::optional<std::vector<uint8_t>> reencodeJpeg(std::span<const uint8_t> bytes, int orientation,
@@ -436,7 +472,7 @@ std::optional<std::vector<uint8_t>> reencodeJpeg(std::span<const uint8_t> bytes,
     }
     if (!ok && e->stopped) return std::nullopt;
     if (!ok) throw std::runtime_error(e->errors.message);
-    return encoded(*e);
+    return std::move(e->output.bytes);
 }
 
 void writeJpeg(const Image& image, const std::string& path, const JpegWriteOptions& options,

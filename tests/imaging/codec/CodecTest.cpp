@@ -164,6 +164,21 @@ TEST(Codecs, TruncatedFilesAreErrorsNotGreyPictures) {
     EXPECT_THROW(reencodeJpeg(cut, 1, {}, Execution{1}), DecodeError);
     std::atomic<bool> cancel{true};
     EXPECT_FALSE(reencodeJpeg(jpeg, 1, {}, Execution{0, &cancel}).has_value());
+    // A detailed picture cut in its middle: the encoder has written far more than a first output
+    // buffer's worth when the decoder gives up.
+    const Image detail = testing::make(640, 480, [](int x, int y) {
+        const uint32_t h = uint32_t(x) * 2654435761u ^ uint32_t(y) * 40503u;
+        return Pixel{float(h & 255) / 255, float((h >> 8) & 255) / 255,
+                     float((h >> 16) & 255) / 255, 1};
+    });
+    const std::vector<uint8_t> full = encodeJpeg(detail, JpegWriteOptions{95, {}, {}});
+    ASSERT_GT(full.size(), 200'000u);
+    const std::vector<uint8_t> half(full.begin(), full.begin() + long(full.size() / 2));
+    EXPECT_THROW(reencodeJpeg(half, 1, {}), DecodeError);
+    EXPECT_THROW(reencodeJpeg(half, 3, {}), DecodeError);
+    const auto whole = reencodeJpeg(full, 1, {});
+    ASSERT_TRUE(whole.has_value());
+    EXPECT_EQ(decodeJpeg(*whole).width(), 640);
     TempDir dir;
     writePng8(ramp(50, 40), dir.file("a.png"));
     std::vector<uint8_t> png = readFileBytes(dir.file("a.png"));
