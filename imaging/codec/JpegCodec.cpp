@@ -289,12 +289,16 @@ struct VectorDestination {
 
 constexpr size_t firstOutputSize = size_t(1) << 16;
 
+// An exception must not unwind through libjpeg's frames: a failure becomes libjpeg's own error,
+// raised once the handler is left.
 void growOutput(j_compress_ptr info, VectorDestination* d, size_t size) {
+    bool grown = true;
     try {
         d->bytes.resize(size);
-    } catch (const std::bad_alloc&) {  // must not unwind through libjpeg's frames
-        ERREXIT1(info, JERR_OUT_OF_MEMORY, 10);
+    } catch (...) {
+        grown = false;
     }
+    if (!grown) ERREXIT1(info, JERR_OUT_OF_MEMORY, 10);
 }
 
 void startOutput(j_compress_ptr info) {
