@@ -158,6 +158,9 @@ void EditorModel::open(const std::string& path) {
                     localized("”. Có thể định dạng này chưa được hỗ trợ."));
                 return;
             }
+            // The previous photo stayed open while this one loaded: an edit made meanwhile
+            // is saved to it before it goes, whether or not its debounce has run out.
+            flushCommit();
             loadingEdits_ = true;
             source_ = std::move(opened);
             adjustments_ = book_.load(source_->url()).value_or(Adjustments{});

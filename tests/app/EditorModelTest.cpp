@@ -123,12 +123,15 @@ TEST_F(EditorSession, SwitchingPhotosSavesAndDropsTheOldPhotosRender) {
                      [&] { shown.push_back(editor->displayImage().size()); });
     editor->setAdjustments(with(0.7));  // a render of the first photo is now in flight
     editor->open(second);               // within the debounce
-    editor->setAdjustments(with(0.8));  // marks the render dirty
+    // The first photo is still the one shown while the second loads: this edit is its own,
+    // saved to it however soon the second arrives, and it marks the render dirty.
+    editor->setAdjustments(with(0.8));
     ASSERT_TRUE(until([&] { return editor->url() != firstUrl && !editor->rendering(); }));
     editor->waitForQueue();
     pump(200);
     ASSERT_TRUE(book.load(firstUrl));
-    EXPECT_DOUBLE_EQ(book.load(firstUrl)->exposure, 0.7);
+    EXPECT_DOUBLE_EQ(book.load(firstUrl)->exposure, 0.8);
+    EXPECT_DOUBLE_EQ(editor->adjustments().exposure, 0);
     const QSize secondSize = editor->displayImage().size();
     EXPECT_EQ(secondSize, QSize(290, 442));
     // After the switch only the second photo reached the screen.
