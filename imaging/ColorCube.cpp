@@ -263,9 +263,8 @@ template <int p>
 
 // One row: eight pixels at a time where they are usual, the general way elsewhere. Built for
 // wider vector registers too where the processor has them.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void srgbCubeRow(const SrgbCube& job,
-                                                                     const float* in, float* out,
-                                                                     int width) {
+QL_KERNEL_FOR_WIDE_REGISTERS void srgbCubeRow(const SrgbCube& job, const float* in, float* out,
+                                              int width) {
     int x = 0;
     for (; job.batched && x + 8 <= width; x += 8) {
         prefetchAhead(in + 4 * x);

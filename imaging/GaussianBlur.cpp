@@ -127,9 +127,8 @@ LineFilter makeFilter(double sigma) {
 
 // The blur of one padded line of eight lanes: `a` holds `length` values after f.pad() padding
 // values on either side; out[0, length) receives the blur. `a` and `b` are overwritten.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void blurLine(v8* a, v8* b, v8* pre, v8* suf,
-                                                                  int length, const LineFilter& f,
-                                                                  v8* out) {
+QL_KERNEL_FOR_WIDE_REGISTERS void blurLine(v8* a, v8* b, v8* pre, v8* suf, int length,
+                                           const LineFilter& f, v8* out) {
     const int pad = f.pad(), n = length + 2 * pad;
     if (!f.boxes) {
         const int R = pad;
@@ -284,9 +283,8 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
 // The sampled kernel along one row of a plane: out[x] = Σ w[k]·(in[x − k] + in[x + k]), summed
 // in the order LineBlur sums, so the results are the same floats. `padded` holds the row with
 // R clamped values before and after.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void tapsAlong(const float* padded, int width,
-                                                                   const float* w, int R,
-                                                                   float* out) {
+QL_KERNEL_FOR_WIDE_REGISTERS void tapsAlong(const float* padded, int width, const float* w, int R,
+                                            float* out) {
     for (int x = 0; x < width; ++x)
         out[x] = w[0] * padded[x + R];
     for (int k = 1; k <= R; ++k)
@@ -295,9 +293,8 @@ bool runPass(const Pass& p, const LineFilter& f, EdgeMode edges, const Execution
 }
 
 // The same down the rows: out = Σ w[k]·(row[y − k] + row[y + k]) with clamped row indices.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void tapsDown(const float* plane, int width,
-                                                                  int height, int y, const float* w,
-                                                                  int R, float* out) {
+QL_KERNEL_FOR_WIDE_REGISTERS void tapsDown(const float* plane, int width, int height, int y,
+                                           const float* w, int R, float* out) {
     const auto row = [&](int i) {
         return plane + size_t(std::clamp(i, 0, height - 1)) * size_t(width);
     };

@@ -62,10 +62,8 @@ inline void recovered(const float* in, float gain, float g, float* out) {
 
 // The recovery of a run of pixels from their surroundings' blurred luma and alpha, eight at a
 // time; `gain` is the exposure riding along.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void recoverRun(const Curve& curve, float gain,
-                                                                    const float* in,
-                                                                    const float* blurred,
-                                                                    float* out, int count) {
+QL_KERNEL_FOR_WIDE_REGISTERS void recoverRun(const Curve& curve, float gain, const float* in,
+                                             const float* blurred, float* out, int count) {
     int i = 0;
     for (; i + 8 <= count; i += 8) {
         prefetchAhead(in + 4 * i);

@@ -58,9 +58,8 @@ struct Settings {
 
 // The range-weighted average of one row, eight pixels at a time; `rows` holds the 2·reach + 1
 // rows around it. Built for wider vector registers too where the processor has them.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void smoothRow(const Row* const* rows,
-                                                                   int width, const Settings& s,
-                                                                   float* out) {
+QL_KERNEL_FOR_WIDE_REGISTERS void smoothRow(const Row* const* rows, int width, const Settings& s,
+                                            float* out) {
     const v8 rangeScale = v8{} + 1 / (4 * s.noise * s.noise);
     const int reach = s.reach;
     const Row& centre = *rows[reach];

@@ -4,6 +4,15 @@
 
 #include <cstring>
 
+// A kernel built twice, for AVX2 and FMA and for any x86-64, the loader picking the one the
+// processor runs. Under ThreadSanitizer the picking would run before the sanitizer is ready, so
+// such builds keep the plain one.
+#if defined(__SANITIZE_THREAD__)
+#define QL_KERNEL_FOR_WIDE_REGISTERS
+#else
+#define QL_KERNEL_FOR_WIDE_REGISTERS [[gnu::target_clones("arch=x86-64-v3", "default")]]
+#endif
+
 namespace ql::img::simd {
 
 using v4 = float __attribute__((vector_size(16)));

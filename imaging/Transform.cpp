@@ -64,11 +64,9 @@ struct RunScratch {
 /// then the taps, so that sampling can ask for the input ahead. A pixel is a blend of two rows of
 /// two pixels; at a clamped edge the cell is held inside, which gives the edge pixels themselves.
 /// Positions beyond the horizon, and the rim of a transparent edge, take the general path.
-[[gnu::target_clones("arch=x86-64-v3", "default")]] void warpRun(const Image& input,
-                                                                 const std::array<double, 9>& inv,
-                                                                 EdgeMode edges, int y, int x0,
-                                                                 int x1, RunScratch& s, float* o,
-                                                                 bool streaming) {
+QL_KERNEL_FOR_WIDE_REGISTERS void warpRun(const Image& input, const std::array<double, 9>& inv,
+                                          EdgeMode edges, int y, int x0, int x1, RunScratch& s,
+                                          float* o, bool streaming) {
     using namespace simd;
     // Rows of output go straight to memory when aligned: whole cache lines need no read first.
     const auto put = [streaming](float* px, v4 v) {
