@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <type_traits>
 
 #include <jpeglib.h>
 // After jpeglib.h, which it needs.
@@ -286,6 +287,8 @@ struct VectorDestination {
     jpeg_destination_mgr base{};
     std::vector<uint8_t> bytes;
 };
+// libjpeg hands back `base`; the whole is found from it.
+static_assert(std::is_standard_layout_v<VectorDestination>);
 
 constexpr size_t firstOutputSize = size_t(1) << 16;
 
